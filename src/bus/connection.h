@@ -1,0 +1,17 @@
+// The two private connections to the system bus: the outbound one for the daemon's own calls and
+// signals, and the listener's, which belongs to its thread (bus/listener.h).
+
+#pragma once
+
+#include <dbus/dbus.h>
+
+// Opens the outbound connection and starts the listener thread: 0, or -1 on failure. Called once,
+// by main.
+int app_dbus_init();
+
+// A new private connection to the system bus, or null. The caller owns it; a lost bus does not end
+// the process by itself.
+DBusConnection *openBus(const char *nullMessage);
+
+// openBus for the outbound connection.
+DBusConnection *dbus_conn_init();

@@ -1,0 +1,33 @@
+#include "bus/handler.h"
+
+#include <cstdio>
+
+bool readText(DBusMessage *message, const char **text)
+{
+    BusError error;
+    if (dbus_message_get_args(message, error, DBUS_TYPE_STRING, text, DBUS_TYPE_INVALID))
+        return true;
+    fprintf(stderr, "%s\n", error.message());
+    return false;
+}
+
+static void sendReply(DBusConnection *connection, DBusMessage *reply, int type, const void *answer)
+{
+    if (dbus_message_append_args(reply, type, answer, DBUS_TYPE_INVALID))
+        dbus_connection_send(connection, reply, nullptr);
+}
+
+void sendText(DBusConnection *connection, DBusMessage *reply, const char *answer)
+{
+    sendReply(connection, reply, DBUS_TYPE_STRING, &answer);
+}
+
+void sendInteger(DBusConnection *connection, DBusMessage *reply, int32_t answer)
+{
+    sendReply(connection, reply, DBUS_TYPE_INT32, &answer);
+}
+
+void sendUnsigned(DBusConnection *connection, DBusMessage *reply, uint32_t answer)
+{
+    sendReply(connection, reply, DBUS_TYPE_UINT32, &answer);
+}

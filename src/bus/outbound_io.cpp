@@ -1,0 +1,131 @@
+#include "bus/outbound_io.h"
+
+#include "main/locks.h"
+#include "main/log.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+std::atomic<DBusConnection *> dbus_conn;
+
+static int wakeUpFd = -1;
+static pthread_t ioThread;
+static std::atomic<bool> stopRequested;
+static Condition replyArrived;
+
+static void ringWakeUp(void *)
+{
+    const uint64_t one = 1;
+    while (write(wakeUpFd, &one, sizeof one) < 0 && errno == EINTR) {
+    }
+}
+
+static void silenceWakeUp()
+{
+    uint64_t count;
+    while (read(wakeUpFd, &count, sizeof count) < 0 && errno == EINTR) {
+    }
+}
+
+static void exchange(DBusConnection *connection)
+{
+    dbus_connection_read_write(connection, 0);
+    while (dbus_connection_dispatch(connection) == DBUS_DISPATCH_DATA_REMAINS) {
+    }
+}
+
+// The I/O thread: started by startOutbound, waits for the socket and for whoever left something in
+// the queue, and ends when the bus is lost or stopOutbound asks for it.
+static void *driveConnection(void *argument)
+{
+    auto *connection = static_cast<DBusConnection *>(argument);
+    int socketFd = -1;
+    dbus_connection_get_unix_fd(connection, &socketFd);
+    while (!stopRequested && dbus_connection_get_is_connected(connection)) {
+        const bool unsent = dbus_connection_has_messages_to_send(connection);
+        pollfd watched[] = {
+            {socketFd, static_cast<short>(unsent ? POLLIN | POLLOUT : POLLIN), 0},
+            {wakeUpFd, POLLIN, 0},
+        };
+        if (poll(watched, 2, -1) < 0 && errno != EINTR)
+            break;
+        if (watched[1].revents != 0)
+            silenceWakeUp();
+        exchange(connection);
+    }
+    // Ends the calls that still wait, should the bus have been lost between two turns of the loop.
+    while (dbus_connection_dispatch(connection) == DBUS_DISPATCH_DATA_REMAINS) {
+    }
+    return nullptr;
+}
+
+static void closeConnection(DBusConnection *connection)
+{
+    dbus_connection_close(connection);
+    dbus_connection_unref(connection);
+    close(wakeUpFd);
+    wakeUpFd = -1;
+}
+
+bool startOutbound(DBusConnection *connection)
+{
+    stopRequested = false;
+    wakeUpFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    dbus_connection_set_wakeup_main_function(connection, ringWakeUp, nullptr, nullptr);
+    if (wakeUpFd < 0 || pthread_create(&ioThread, nullptr, driveConnection, connection) != 0) {
+        LOG(ERROR, "pthread_create fail\n");
+        closeConnection(connection);
+        return false;
+    }
+    dbus_conn = connection;
+    return true;
+}
+
+void stopOutbound()
+{
+    DBusConnection *connection = dbus_conn.exchange(nullptr);
+    if (!connection)
+        return;
+    stopRequested = true;
+    ringWakeUp(nullptr);
+    pthread_join(ioThread, nullptr);
+    closeConnection(connection);
+}
+
+static void wakeCallers(DBusPendingCall *, void *)
+{
+    const MutexLock lock(reply_mutex);
+    replyArrived.wakeAll();
+}
+
+Owned<DBusMessage> callAndWait(DBusConnection *connection, DBusMessage *request,
+                               int timeoutMilliseconds)
+{
+    const timespec deadline =
+        monotonicDeadline({timeoutMilliseconds / 1000, timeoutMilliseconds % 1000 * 1'000'000L});
+    DBusPendingCall *sent = nullptr;
+    if (!dbus_connection_send_with_reply(connection, request, &sent, DBUS_TIMEOUT_INFINITE) ||
+        !sent)
+        return nullptr;
+    const Owned<DBusPendingCall> call(sent);
+    if (!dbus_pending_call_set_notify(sent, wakeCallers, nullptr, nullptr))
+        LOG(ERROR, "Out Of Memory!\n");
+    {
+        const MutexLock lock(reply_mutex);
+        while (!dbus_pending_call_get_completed(sent)) {
+            if (!replyArrived.waitUntil(reply_mutex, deadline))
+                break;
+        }
+    }
+    if (!dbus_pending_call_get_completed(sent)) {
+        dbus_pending_call_cancel(sent);
+        return nullptr;
+    }
+    Owned<DBusMessage> reply(dbus_pending_call_steal_reply(sent));
+    if (reply && dbus_message_get_type(reply.get()) == DBUS_MESSAGE_TYPE_ERROR)
+        return nullptr;
+    return reply;
+}

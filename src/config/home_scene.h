@@ -1,0 +1,22 @@
+// A running alarm: what triggered it, and with which settings. Nothing here locks; the caller holds
+// defaulSceneList_mutex.
+
+#pragma once
+
+#include "config/alarm.h"
+#include "config/device.h"
+
+struct HomeSceneData {
+    Alarm alarmSetting;
+    Integer dev;  // the reporting device and channel: the target of the push text (dev, if 0, ch)
+    Integer ch;
+    GetDev_channel *channel;  // owned copies of the device and channel that triggered
+    GetDev_dev *device;
+    ListNode node;
+};
+
+extern ListNode defaulSceneListHead LOCKING(guarded_by(defaulSceneList_mutex));
+
+HomeSceneData *callocHomeSceneData();
+// Unlinks the record and frees it with its copies.
+void freehomeSceneData(HomeSceneData *data);

@@ -1,0 +1,264 @@
+#include "events/macro_thread.h"
+
+#include "bus/outbound.h"
+#include "config/device_value.h"
+#include "events/event_log.h"
+#include "main/log.h"
+#include "main/scope.h"
+#include "main/waits.h"
+#include "scene/device_values.h"
+#include "scene/runner.h"
+#include "scene/sdk_command.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <unistd.h>
+
+static constexpr long ONE_MILLISECOND = 1'000'000;      // ns
+static constexpr Integer LONGEST_WAIT = 1'000'000'000;  // seconds, so that no clock overflows
+static constexpr Integer COPY_SENSOR_VALUE = -1;
+
+void startMacroThread(const Macro &macro, const GetDev_dev &device, const GetDev_channel &channel)
+{
+    TriggerThrData *record = callocTriggerThrData();
+    if (!record)
+        return;
+    {
+        const MutexLock lock(scenesList_mutex);
+        record->macro = copyMacro(&macro);
+    }
+    record->channel = copyGetDev_dev_channel(&channel);
+    record->device = copyGetDev_dev(&device);
+    if (!record->macro || !record->channel || !record->device) {
+        freeTriggerThrData(record);
+        return;
+    }
+    for (TriggerThrData &older : ELEMENTS(TriggerThrData, node, &doSceneThrListHead)) {
+        if (strcmp(older.macro->title, macro.title) == 0)
+            interruptWait(older.wait);
+    }
+    listAddTail(&record->node, &doSceneThrListHead);
+    if (pthread_create(&record->thread, nullptr, doSceneThread, record) != 0) {
+        LOG(ERROR, "pthread_create fail\n");  // Deliberate: the record stays in the list.
+        record->thread = 0;
+    }
+}
+
+static bool isNewestOfItsMacro(const TriggerThrData *record)
+{
+    const MutexLock lock(doSceneThrList_mutex);
+    return searchLastMacroInTriggerThrList(&doSceneThrListHead, record->macro->title) == record;
+}
+
+void sceneThreadSleep(Integer seconds, long nanoseconds, TriggerThrData *record)
+{
+    if (seconds < 0)
+        return;
+    timespec remaining = {static_cast<time_t>(std::min(seconds, LONGEST_WAIT)), nanoseconds};
+    while (waitInterruptibly(remaining, record->wait)) {
+        LOG(INFO, "remaining time: %ld.%ld sec, tid: %d\n", static_cast<long>(remaining.tv_sec),
+            remaining.tv_nsec, gettid());
+        if (!isNewestOfItsMacro(record)) {
+            record->outdated = 1;
+            LOG(INFO, "tid %d outdated.\n", gettid());
+            return;
+        }
+    }
+}
+
+void byPassSensorVal(const GetDev_channel *channel, Scene *scene)
+{
+    static constexpr int32_t SENSOR_ON = 101;
+    static constexpr int32_t SENSOR_OFF = 102;
+    const int32_t value = getDevValByFuncType(channel);
+    for (Comp &comp : ELEMENTS(Comp, node, &scene->comps)) {
+        if (comp.target.dev == UID_GAP_STEP || comp.target.dev == UID_WAIT_STEP)
+            continue;
+        comp.value = value == SENSOR_ON ? 100 : value == SENSOR_OFF ? 0 : value;
+    }
+}
+
+ResumeScene *addResumeScene(apr_pool_t *pool, const Macro *macro, const GetDev_channel *channel,
+                            const Scene *scene)
+{
+    ResumeScene *resume = callocResumeScene();
+    if (!resume)
+        return nullptr;
+    if (scene)
+        resume->scene = copyScene(scene);
+    if (macro) {
+        strcpy(resume->macroTitle, macro->title);
+        storeCurrentDeviceValue(pool, resume->scene, macro->duration_type);
+        copyNotifications(macro->enabled_notifications, resume->enabled_notifications);
+    }
+    if (channel)
+        resume->triggerFunctionType = static_cast<int8_t>(channel->functype);
+    listAddTail(&resume->node, &resumeSceneListHead);
+    return resume;
+}
+
+void int_old_triggerThd(const TriggerThrData *record, const char *macroTitle)
+{
+    if (!macroTitle) {
+        LOG(ERROR, "macroTitle is NULL\n");
+        return;
+    }
+    const MutexLock lock(doSceneThrList_mutex);
+    for (TriggerThrData &other : ELEMENTS(TriggerThrData, node, &doSceneThrListHead)) {
+        if (&other == record || strcmp(other.macro->title, macroTitle) != 0)
+            continue;
+        interruptWait(other.wait);
+        // The signal is blocked there; the wait is interrupted above. A record without a thread has
+        // nobody to signal.
+        const int failure = other.thread ? pthread_kill(other.thread, SIGUSR1) : ESRCH;
+        if (failure != 0)
+            LOG(ERROR, "pthread_kill: %s\n", strerror(failure));
+    }
+}
+
+// What a macro thread needs of its macro after its record is gone.
+struct MacroRun {
+    Text title;
+    Integer controlDuration;  // seconds
+    Integer triggerDuration;
+    Integer threshold;
+    Integer triggerDevice;
+};
+
+static MacroRun describeRun(const TriggerThrData *record)
+{
+    MacroRun run = {};
+    strcpy(run.title, record->macro->title);
+    run.controlDuration = record->macro->duration;
+    // Deliberate: the macro's first trigger counts, whichever of them fired.
+    const MutexLock lock(doSceneThrList_mutex);
+    const Trigger *first = FIRST_ELEMENT(Trigger, node, &record->macro->triggers);
+    if (first) {
+        run.triggerDuration = first->duration;
+        run.threshold = first->threshold;
+        run.triggerDevice = first->target.dev;
+    }
+    return run;
+}
+
+static void waitForTrigger(TriggerThrData *record, const MacroRun &run)
+{
+    if (run.triggerDuration == 0)
+        sceneThreadSleep(0, ONE_MILLISECOND, record);
+    else
+        sceneThreadSleep(run.triggerDuration, 0, record);
+}
+
+// The macro's own scene, or the one of that name; null when there is neither.
+static Scene *copySceneOf(const Macro &macro)
+{
+    if (macro.scene)
+        return copyScene(macro.scene);
+    const MutexLock lock(scenesList_mutex);
+    const Scene *scene = searchScene(&scenesListHead, macro.sceneName);
+    return scene ? copyScene(scene) : nullptr;
+}
+
+static void announceMacroEvent(const TriggerThrData *record, const Scene *scene)
+{
+    MacroEventLog *log = addMacroEventLog(record, scene);
+    if (!log)
+        return;
+    {
+        const MutexLock lock(macroEvent_mutex);  // two announcements never interleave
+        const Owned<char> document(genMacroEvent(log));
+        if (document)
+            dbus_signal_event(document.get(), "MacroEvent");
+    }
+    freeMacroEventLog(log);
+}
+
+static void runScene(apr_pool_t *pool, TriggerThrData *record, const MacroRun &run)
+    LOCKING(requires_capability(resumeSceneList_mutex))
+{
+    Scene *scene = copySceneOf(*record->macro);
+    if (run.threshold == COPY_SENSOR_VALUE && scene) {
+        LOG(INFO, "bypass sensor value, uid: %lld\n", run.triggerDevice);
+        byPassSensorVal(record->channel, scene);
+    }
+    addResumeScene(pool, record->macro, record->channel, scene);
+    announceMacroEvent(record, scene);
+    doScene(pool, scene);
+    if (scene)
+        freeScene(scene);
+}
+
+static int countThreads(const char *title)
+{
+    const MutexLock lock(doSceneThrList_mutex);
+    return countDoSceneThdListItems(&doSceneThrListHead, title);
+}
+
+static void runSceneOnce(apr_pool_t *pool, TriggerThrData *record, const MacroRun &run)
+{
+    // Meant: held until the scene has run, so that no second thread of the macro runs it too.
+    const MutexLock lock(resumeSceneList_mutex);
+    if (!searchResumeScene(&resumeSceneListHead, run.title)) {
+        LOG(INFO, "macro '%s' triggered, tid: %d\n", run.title, gettid());
+        runScene(pool, record, run);
+    } else {
+        LOG(INFO, "macro '%s' triggered repeatedly, %d triggers exists, tid: %d.\n", run.title,
+            countThreads(run.title), gettid());
+    }
+}
+
+static void waitForControl(TriggerThrData *record, const MacroRun &run)
+{
+    LOG(INFO, "do sleep(control duration): %lld sec, tid: %d\n", run.controlDuration, gettid());
+    sceneThreadSleep(run.controlDuration, 0, record);
+    LOG(INFO, "after control sleep, %d triggers exists in '%s', tid: %d.\n",
+        countThreads(run.title), run.title, gettid());
+}
+
+// Frees the record. True when no other thread of the macro is left.
+static bool retire(TriggerThrData *record, const MacroRun &run)
+{
+    const MutexLock lock(doSceneThrList_mutex);
+    freeTriggerThrData(record);
+    return searchMacroInTriggerThrList(&doSceneThrListHead, run.title) == nullptr;
+}
+
+static void restoreDevices(apr_pool_t *pool, const MacroRun &run)
+{
+    const MutexLock lock(resumeSceneList_mutex);
+    ResumeScene *resume = searchResumeScene(&resumeSceneListHead, run.title);
+    if (!resume || !resume->scene)
+        LOG(ERROR, "not found resume, tid: %d\n", gettid());
+    else if (run.controlDuration != 0)
+        doScene(pool,
+                resume->scene);  // a control duration of 0 leaves the devices as the scene set them
+    if (resume)
+        freeResumeScene(resume);
+    if (searchResumeScene(&resumeSceneListHead, run.title))
+        LOG(ERROR, "resumeSceneList is not empty.\n");
+}
+
+static void runTriggeredMacro(apr_pool_t *pool, TriggerThrData *record)
+{
+    const MacroRun run = describeRun(record);  // the record is gone before the last step
+    waitForTrigger(record, run);
+    if (record->outdated == 0) {
+        runSceneOnce(pool, record, run);
+        waitForControl(record, run);
+    }
+    if (retire(record, run))
+        restoreDevices(pool, run);
+}
+
+void *doSceneThread(void *record)
+{
+    pthread_detach(pthread_self());
+    {
+        const Owned<apr_pool_t> pool = createPool();
+        runTriggeredMacro(pool.get(), static_cast<TriggerThrData *>(record));
+    }
+    LOG(INFO, " tid %d end\n", gettid());
+    pthread_exit(nullptr);
+}

@@ -1,0 +1,73 @@
+// The daemon's start, in its fixed order, and the main thread's sleep.
+
+#include "bus/connection.h"
+#include "config/snapshot.h"
+#include "events/event_intake.h"
+#include "main/config_file.h"
+#include "main/equeue.h"
+#include "main/log.h"
+#include "main/scope.h"
+#include "main/settings.h"
+#include "main/signals.h"
+#include "scene/tick.h"
+
+#include <apr_general.h>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+static constexpr useconds_t FIRST_ALARM_MICROSECONDS = 999999;
+static constexpr const char *LAN_INTERFACE = "eth2.2";
+
+static constexpr const char *USAGE =
+    "Usage: app\n"
+    "The automation daemon of a home gateway. Without arguments it runs in the foreground until "
+    "SIGTERM.\n"
+    "\n"
+    "Environment:\n"
+    "  APP_DATA_DIR             folder of the stored documents (default /mnt/OvrinData)\n"
+    "  DBUS_SYSTEM_BUS_ADDRESS  bus to use in place of the system bus\n"
+    "  OVRIN_LOG_LEVEL          least level that is logged, 2 (trace) to 6 (error), default 4\n"
+    "\n"
+    "Signals: SIGUSR1 looks at the schedules, SIGTERM ends the daemon.\n";
+
+static int answerArguments(const char *argument)
+{
+    if (strcmp(argument, "--help") == 0) {
+        fputs(USAGE, stdout);
+        return 0;
+    }
+    fprintf(stderr, "app: unknown argument '%s'\n%s", argument, USAGE);
+    return 2;
+}
+
+static void startUp()
+{
+    const Owned<apr_pool_t> pool = createPool();
+    appConfigInit(pool.get());
+    startTickThread();
+    app_dbus_init();
+    updateAllDev(pool.get());
+    lan_mac = hardwareAddress(LAN_INTERFACE);
+    readSettings(pool.get());
+}
+
+int main(int argc, char **argv)
+{
+    if (argc > 1)
+        return answerArguments(argv[1]);
+
+    blockTickSignals();
+    mainPid = gettid();
+    LOG(DEBUG, "mainPid: %d\n", mainPid.load());
+    installSignalHandlers();
+    ualarm(FIRST_ALARM_MICROSECONDS, 0);
+    apr_initialize();
+    startUp();
+    equeue_doEvent_register(doEvent);
+    equeue_thread_init();
+    app_quit = 0;
+    showMutexAddr();
+    runMainLoop();
+    return app_quit;
+}

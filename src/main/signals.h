@@ -1,0 +1,15 @@
+// Signals. SIGALRM is the tick's and is taken by the tick thread alone; SIGUSR1 asks for the
+// schedules and runs on the main thread alone; SIGSEGV and SIGTERM end the process.
+
+#pragma once
+
+// Blocks SIGALRM and SIGUSR1 for the calling thread and every thread that it starts from then on.
+void blockTickSignals();
+
+// Installs the handlers of SIGUSR1, SIGSEGV and SIGALRM.
+void installSignalHandlers();
+
+// The main thread's loop, entered when it holds nothing: takes SIGUSR1 from here on, and sleeps
+// until app_quit is set or SIGTERM has asked for the end. No stored file is being written when it
+// returns.
+void runMainLoop();

@@ -1,0 +1,130 @@
+#include "main/stored_file.h"
+
+#include "main/log.h"
+#include "main/scope.h"
+#include "main/util.h"
+
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static constexpr const char *DATA_DIR = "/mnt/OvrinData";
+static constexpr long LENGTH_FIELD = 4;
+
+static long long appContig_ts LOCKING(guarded_by(settings_mutex));
+
+struct StoredPath {
+    char text[PATH_MAX];
+
+    explicit StoredPath(const char *fileName)
+    {
+        const char *folder = secure_getenv("APP_DATA_DIR");
+        snprintf(text, sizeof text, "%s/%s", folder && *folder ? folder : DATA_DIR, fileName);
+    }
+};
+
+const char *appSetupPath()
+{
+    static const StoredPath path("appSetup.json");
+    return path.text;
+}
+
+const char *scheduleResumePath()
+{
+    static const StoredPath path("scheduleResumeScene.json");
+    return path.text;
+}
+
+struct CloseFile {
+    void operator()(FILE *file) const noexcept
+    {
+        fclose(file);
+    }
+};
+using OwnedFile = std::unique_ptr<FILE, CloseFile>;
+
+char *jsonStrReadFromFile(const char *path)
+{
+    struct stat status;
+    if (stat(path, &status) != 0) {
+        LOG(INFO, "%s not exist.\n", path);
+        return nullptr;
+    }
+    if (status.st_size == 0) {
+        unlink(path);
+        LOG(INFO, "%s is empty.", path);  // Deliberate: no newline.
+        return nullptr;
+    }
+    const OwnedFile file(fopen(path, "r"));
+    if (!file) {
+        perror("fopen");
+        return nullptr;
+    }
+    if (status.st_size <= LENGTH_FIELD)
+        return nullptr;
+
+    const auto size = static_cast<size_t>(status.st_size);
+    Owned<char> text(static_cast<char *>(calloc(size + 1, 1)));
+    if (!text) {
+        LOG(ERROR, "calloc fail\n");
+        return nullptr;
+    }
+    char prefix[LENGTH_FIELD];
+    if (fread(prefix, 1, sizeof prefix, file.get()) != sizeof prefix)
+        return nullptr;
+    size_t start = 0;
+    if (prefix[2] == '{') {  // a document behind a prefix of two bytes
+        memcpy(text.get(), prefix + 2, 2);
+        start = 2;
+    }
+    // The file's size rules, not the length field.
+    if (fread(text.get() + start, 1, size - sizeof prefix, file.get()) == 0)
+        LOG(ERROR, "%s cannot be read\n", path);
+    return text.release();
+}
+
+int bufWriteToFile(const char *path, const char *text, size_t size)
+{
+    const Owned<char> buffer(static_cast<char *>(calloc(size, 1)));
+    if (!buffer) {
+        LOG(ERROR, "calloc fail\n");
+        return -1;
+    }
+    memcpy(buffer.get(), text, strnlen(text, size));
+    const OwnedFile file(fopen(path, "w+"));
+    if (!file) {
+        perror("fopen");
+        return -1;
+    }
+    const auto length = static_cast<uint32_t>(size);
+    const unsigned char field[LENGTH_FIELD] = {
+        static_cast<unsigned char>(length),
+        static_cast<unsigned char>(length >> 8),
+        static_cast<unsigned char>(length >> 16),
+        static_cast<unsigned char>(length >> 24),
+    };
+    const size_t fieldWritten = fwrite(field, 1, sizeof field, file.get());
+    const size_t written = fwrite(buffer.get(), 1, size, file.get());
+    if (fieldWritten == 0 || written == 0)
+        LOG(DEBUG, "fwrite fail writeSize: %d, size: %d\n", static_cast<int>(written),
+            static_cast<int>(size));
+    setConfigTime(time(nullptr));
+    return 0;
+}
+
+long long configTime()
+{
+    const MutexLock lock(settings_mutex);
+    return appContig_ts;
+}
+
+void setConfigTime(long long seconds)
+{
+    const MutexLock lock(settings_mutex);
+    appContig_ts = seconds;
+}

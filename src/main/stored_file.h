@@ -1,0 +1,29 @@
+// The stored documents: where they are, and the layout that they share.
+//
+// | offset | size | field                                                             |
+// | 0      | 4    | L, unsigned, little-endian: the bytes that follow, with the NUL   |
+// | 4      | L    | the JSON text and one NUL                                         |
+
+#pragma once
+
+#include "main/locks.h"
+
+#include <cstddef>
+#include <ctime>
+
+// The two documents. APP_DATA_DIR, when set, stands in for /mnt/OvrinData; it is read once.
+const char *appSetupPath();
+const char *scheduleResumePath();
+
+// The document's text in a new string that the caller frees; null when the file is missing, empty
+// (it is then deleted), too short or cannot be read. The caller holds app_config_mutex for
+// appSetup.json.
+char *jsonStrReadFromFile(const char *path);
+
+// Stores `size` bytes, which must be the text's length plus one or more. 0, or -1 when the file
+// cannot be opened. The caller holds app_config_mutex.
+int bufWriteToFile(const char *path, const char *text, size_t size);
+
+// When the configuration was last touched: seconds since the epoch, 0 when never.
+long long configTime();
+void setConfigTime(long long seconds);

@@ -1,0 +1,86 @@
+#include "main/util.h"
+
+#include "main/log.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+const tm *getCurTime()
+{
+    static thread_local tm local;
+    const time_t now = time(nullptr);
+    tzset();  // a zone that changes while the daemon runs is followed
+    localtime_r(&now, &local);
+    return &local;
+}
+
+char *json_dumps_dbg(const json_t *value, size_t flags)
+{
+    return json_dumps(value, flags);
+}
+
+void doNanoSleep(long seconds, long nanoseconds)
+{
+    timespec remaining = {seconds, nanoseconds};
+    while (nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
+        LOG(INFO, "remaining time: %ld.%ld sec, tid: %d\n", static_cast<long>(remaining.tv_sec),
+            remaining.tv_nsec, gettid());
+    }
+}
+
+int JsonStrCopy(char *destination, const char *source)
+{
+    if (!destination || !source) {
+        LOG(ERROR, "NULL error, dst: 0x%x, src: 0x%x\n", logAddress(destination),
+            logAddress(source));
+        return 0;
+    }
+    // Deliberate: at most 126 characters, one less than the field could hold.
+    if (strlen(source) >= TEXT_SIZE - 1) {
+        LOG(ERROR, "src str too long: %s\n", source);
+        return 0;
+    }
+    strcpy(destination, source);
+    return 1;
+}
+
+// The greatest length of at most `length` bytes at which no character of `text` is cut in two.
+static size_t wholeCharacters(const char *text, size_t length)
+{
+    while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
+        --length;
+    return length;
+}
+
+static void copyPart(char *destination, size_t size, const char *source, size_t length)
+{
+    if (length >= size) {
+        length = wholeCharacters(source, size - 1);
+        LOG(ERROR, "text is cut to %zu bytes: %s\n", length, source);
+    }
+    memcpy(destination, source, length);
+    destination[length] = '\0';
+}
+
+void copyBounded(char *destination, size_t size, const char *source)
+{
+    copyPart(destination, size, source, strlen(source));
+}
+
+char *copyNameBeforeParen(char (&destination)[TEXT_SIZE], const char *source)
+{
+    const char *parenthesis = strchr(source, '(');
+    size_t length = strlen(source);
+    // Deliberate: the character before the parenthesis goes too, as a rule a space.
+    if (parenthesis && parenthesis > source)
+        length = wholeCharacters(source, static_cast<size_t>(parenthesis - source) - 1);
+    copyPart(destination, sizeof destination, source, length);
+    return destination;
+}
+
+char *copyText(const char *text)
+{
+    return text ? strdup(text) : nullptr;
+}
