@@ -63,8 +63,8 @@ static Owned<json_t> buildAll(const char *)
 }
 
 // A read method: its word picks the value, an unknown word gets no reply.
-static HandlerResult answerJson(DBusConnection *connection, DBusMessage *message,
-                                Owned<json_t> (*build)(const char *word))
+static HandlerResult answerJson(const char *caller, DBusConnection *connection,
+                                DBusMessage *message, Owned<json_t> (*build)(const char *word))
 {
     const Owned<DBusMessage> reply(dbus_message_new_method_return(message));
     if (!reply)
@@ -72,7 +72,7 @@ static HandlerResult answerJson(DBusConnection *connection, DBusMessage *message
     const char *word;
     if (!readText(message, &word))
         return NOT_HANDLED;
-    LOG(DEBUG, "word: %s\n", word);
+    LOG_AS(caller, DEBUG, "word: %s\n", word);
     const Owned<json_t> value = build(word);
     const Owned<char> text(json_dumps_dbg(value.get(), JSON_TEXT_FLAGS));
     if (!text)
@@ -84,19 +84,19 @@ static HandlerResult answerJson(DBusConnection *connection, DBusMessage *message
 HandlerResult app_dbus_jsonGetTitles(DBusConnection *connection, DBusMessage *message, void *,
                                      apr_pool_t *)
 {
-    return answerJson(connection, message, buildTitles);
+    return answerJson(__func__, connection, message, buildTitles);
 }
 
 HandlerResult app_dbus_jsonGetGroup(DBusConnection *connection, DBusMessage *message, void *,
                                     apr_pool_t *)
 {
-    return answerJson(connection, message, buildGroup);
+    return answerJson(__func__, connection, message, buildGroup);
 }
 
 HandlerResult app_dbus_jsonGetAll(DBusConnection *connection, DBusMessage *message, void *,
                                   apr_pool_t *)
 {
-    return answerJson(connection, message, buildAll);
+    return answerJson(__func__, connection, message, buildAll);
 }
 
 // Writes wait until the gateway counts as started, and are refused while the user has locked the

@@ -7,16 +7,16 @@
 
 #include <pthread.h>
 
-DBusConnection *openBus(const char *nullMessage)
+DBusConnection *openBus(const char *caller, const char *nullMessage)
 {
     BusError error;
     DBusConnection *connection = dbus_bus_get_private(DBUS_BUS_SYSTEM, error);
     if (error.isSet()) {
-        LOG(ERROR, "Connection Error (%s)\n", error.message());
+        LOG_AS(caller, ERROR, "Connection Error (%s)\n", error.message());
         return nullptr;
     }
     if (!connection) {
-        LOG(ERROR, "%s", nullMessage);
+        LOG_AS(caller, ERROR, "%s", nullMessage);
         return nullptr;
     }
     dbus_connection_set_exit_on_disconnect(connection, FALSE);
@@ -25,23 +25,27 @@ DBusConnection *openBus(const char *nullMessage)
 
 DBusConnection *dbus_conn_init()
 {
-    return openBus("dbus_conn is NULL\n");
+    return openBus(__func__, "dbus_conn is NULL\n");
 }
 
 int app_dbus_init()
 {
-    dbus_threads_init_default();
+    if (!dbus_threads_init_default()) {
+        LOG(ERROR, "Out Of Memory!\n");
+        return -1;
+    }
     DBusConnection *connection = dbus_conn_init();
-    if (!connection || !startOutbound(connection)) {
+    if (!connection) {
         LOG(ERROR, "dbus_conn_init failed.\n");
         return -1;
     }
+    // The connection is published last: nobody uses it yet should it have to be closed again.
     pthread_t listener;
     if (pthread_create(&listener, nullptr, dbus_listen, nullptr) != 0) {
         LOG(ERROR, "pthread_create fail\n");
-        // No stale pointer stays behind: later calls see that there is no connection.
-        stopOutbound();
+        dbus_connection_close(connection);
+        dbus_connection_unref(connection);
         return -1;
     }
-    return 0;
+    return startOutbound(connection) ? 0 : -1;
 }

@@ -9,9 +9,9 @@
 // by main.
 int app_dbus_init();
 
-// A new private connection to the system bus, or null. The caller owns it; a lost bus does not end
-// the process by itself.
-DBusConnection *openBus(const char *nullMessage);
+// A new private connection to the system bus, or null; what went wrong is logged in the name of
+// `caller`. The caller owns it; losing the bus does not end the process by itself.
+DBusConnection *openBus(const char *caller, const char *nullMessage);
 
 // openBus for the outbound connection.
 DBusConnection *dbus_conn_init();

@@ -38,8 +38,10 @@ HandlerResult ovrin_dbus_event_signal(DBusConnection *, DBusMessage *message, vo
         return HANDLED;
     event->hasPayload =
         static_cast<uint8_t>(flag);  // Deliberate: its low byte, as for the channel.
-    if (event->hasPayload != 0)
+    if (event->hasPayload != 0) {
         event->payload = copyText(text);
+        event->hasPayload = event->payload ? event->hasPayload : uint8_t{0};
+    }
     equeue_push(event);
     return HANDLED;
 }

@@ -1,5 +1,7 @@
 #include "bus/handler.h"
 
+#include "main/log.h"
+
 #include <cstdio>
 
 bool readText(DBusMessage *message, const char **text)
@@ -13,8 +15,9 @@ bool readText(DBusMessage *message, const char **text)
 
 static void sendReply(DBusConnection *connection, DBusMessage *reply, int type, const void *answer)
 {
-    if (dbus_message_append_args(reply, type, answer, DBUS_TYPE_INVALID))
-        dbus_connection_send(connection, reply, nullptr);
+    if (!dbus_message_append_args(reply, type, answer, DBUS_TYPE_INVALID) ||
+        !dbus_connection_send(connection, reply, nullptr))
+        LOG(ERROR, "Out Of Memory!\n");
 }
 
 void sendText(DBusConnection *connection, DBusMessage *reply, const char *answer)

@@ -1,4 +1,4 @@
-// The shape of a handler of the routing table, and the steps that all method handlers share:
+// The shape of a handler of the routing table, and the steps that the method handlers share:
 //
 // 1. create the reply first (no memory: NO_MEMORY, nobody answers);
 // 2. read the arguments (bad ones: the bus's own text on standard error, NOT_HANDLED, no reply);

@@ -2,6 +2,7 @@
 
 #include "bus/connection.h"
 #include "bus/handlers.h"
+#include "main/locks.h"
 #include "main/log.h"
 #include "main/settings.h"
 
@@ -47,17 +48,23 @@ static constexpr Route ROUTES[] = {
     {METHOD, ZWAVE_EVENT, "event", app_dbus_event_method},
 };
 
-static const char *orEmpty(const char *text)
+static const char *orNull(const char *text)
 {
-    return text ? text : "";
+    return text ? text : "(null)";
+}
+
+// A method call may leave its interface out; it then goes by its member alone.
+static bool matches(DBusMessage *message, const Route &route)
+{
+    return route.type == METHOD
+               ? dbus_message_is_method_call(message, route.interface, route.member)
+               : dbus_message_is_signal(message, route.interface, route.member);
 }
 
 static const Route *findRoute(DBusMessage *message)
 {
     for (const Route &route : ROUTES) {
-        if (dbus_message_get_type(message) == route.type &&
-            dbus_message_has_interface(message, route.interface) &&
-            dbus_message_has_member(message, route.member))
+        if (matches(message, route))
             return &route;
     }
     return nullptr;
@@ -72,68 +79,69 @@ static HandlerResult route(DBusConnection *connection, DBusMessage *message)
     return pool ? found->handler(connection, message, nullptr, pool.get()) : NO_MEMORY;
 }
 
-DBusHandlerResult filter_func(DBusConnection *connection, DBusMessage *message, void *)
+DBusHandlerResult filter_func(DBusConnection *connection, DBusMessage *message, void *) noexcept
 {
     const char *path = dbus_message_get_path(message);
     const char *member = dbus_message_get_member(message);
     const char *interface = dbus_message_get_interface(message);
-    LOG(TRACE, "enter %s, path: %s, method: %s, iface: %s\n", __func__, orEmpty(path),
-        orEmpty(member), orEmpty(interface));
+    LOG(TRACE, "enter %s, path: %s, method: %s, iface: %s\n", __func__, orNull(path),
+        orNull(member), orNull(interface));
     if (!path && !member)
         return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
     if (path && strcmp(path, UPDATE_CHECK_PATH) == 0 && Enablupdatepush == 1) {
-        LOG(ERROR, "match %s, path: %s, method: %s, iface: %s\n", __func__, path, orEmpty(member),
-            orEmpty(interface));
+        LOG(ERROR, "match %s, path: %s, method: %s, iface: %s\n", __func__, path, orNull(member),
+            orNull(interface));
         return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;  // for this customer others look for updates
     }
     if (route(connection, message) != HANDLED) {
         LOG(UNHANDLED, "DBUS request not handled, method: %s, iface: %s, path: %s\n",
-            orEmpty(member), orEmpty(interface), orEmpty(path));
+            orNull(member), orNull(interface), orNull(path));
     }
     return DBUS_HANDLER_RESULT_HANDLED;  // Deliberate: a request that nobody accepted gets no
                                          // answer.
 }
 
-static bool ownName(DBusConnection *connection)
+static bool ownName(DBusConnection *connection, const char *caller)
 {
     BusError error;
     const int reply =
         dbus_bus_request_name(connection, BUS_NAME, DBUS_NAME_FLAG_REPLACE_EXISTING, error);
     if (error.isSet())
-        LOG(ERROR, "Name Error (%s)\n", error.message());
+        LOG_AS(caller, ERROR, "Name Error (%s)\n", error.message());
     return reply == DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER;
 }
 
-static bool startListening(DBusConnection *connection)
+static bool startListening(DBusConnection *connection, const char *caller)
 {
     if (!dbus_connection_add_filter(connection, filter_func, nullptr, nullptr))
         return false;
     BusError error;
     dbus_bus_add_match(connection, EVENT_MATCH, error);
-    if (error.isSet() || !ownName(connection))
+    if (error.isSet() || !ownName(connection, caller))
         return false;
     const char *uniqueName = dbus_bus_get_unique_name(connection);
     if (!uniqueName)
         return false;
-    LOG(DEBUG, "unique_name: %s\n", uniqueName);
+    LOG_AS(caller, DEBUG, "unique_name: %s\n", uniqueName);
     return true;
 }
 
 void *dbus_listen(void *)
 {
     pthread_detach(pthread_self());
-    DBusConnection *connection = openBus("dbus_conn_listen is NULL\n");
+    DBusConnection *connection = openBus(__func__, "dbus_conn_listen is NULL\n");
     if (!connection)
         return nullptr;
-    if (!startListening(connection)) {
+    if (!startListening(connection, __func__)) {
         dbus_connection_close(connection);
         dbus_connection_unref(connection);
         return nullptr;
     }
     while (dbus_connection_read_write_dispatch(connection, -1)) {
     }
-    // Without the bus the daemon is of no use to anyone, and nothing here connects anew: the
-    // supervisor starts it again.
+    // Deliberate: without the bus the daemon is of no use to anyone, and going on would only spin.
+    // It ends, with its files whole, and its supervisor starts it again.
     LOG(ERROR, "The bus connection is lost\n");
+    const MutexLock noFileIsBeingWritten(app_config_mutex);
     _exit(1);
 }

@@ -10,4 +10,5 @@
 void *dbus_listen(void *);
 
 // Routes one message to its handler; the connection's only filter.
-DBusHandlerResult filter_func(DBusConnection *connection, DBusMessage *message, void *data);
+DBusHandlerResult filter_func(DBusConnection *connection, DBusMessage *message,
+                              void *data) noexcept;

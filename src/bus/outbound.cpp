@@ -3,6 +3,7 @@
 #include "bus/outbound_io.h"
 #include "main/log.h"
 #include "main/scope.h"
+#include "main/util.h"
 
 #include <apr_strings.h>
 #include <cstdint>
@@ -39,6 +40,8 @@ static Owned<DBusMessage> createCall(apr_pool_t *pool, const Peer &peer)
     if (!pool)
         return nullptr;
     const char *path = apr_psprintf(pool, "%s/%ld", CALLER_PATH, static_cast<long>(gettid()));
+    if (!path)
+        return nullptr;
     return Owned<DBusMessage>(
         dbus_message_new_method_call(peer.destination, path, peer.interface, peer.member));
 }
@@ -52,7 +55,7 @@ static char *copyFirstText(apr_pool_t *pool, DBusMessageIter &arguments)
     }
     const char *text = nullptr;
     dbus_message_iter_get_basic(&arguments, &text);
-    return apr_psprintf(pool, "%s", text);
+    return copyToPool(pool, text);
 }
 
 char *app_dbus_get_nvram(apr_pool_t *pool, const char *key)
@@ -79,7 +82,7 @@ char *app_dbus_get_nvram(apr_pool_t *pool, const char *key)
     DBusMessageIter arguments;
     if (!dbus_message_iter_init(reply.get(), &arguments)) {
         LOG(ERROR, "Message has no arguments!\n");
-        return apr_pstrdup(
+        return copyToPool(
             pool, "(null)");  // Deliberate: what a formatter makes of the text that is missing.
     }
     return copyFirstText(pool, arguments);
@@ -171,7 +174,7 @@ int dbus_signal_json_command(apr_pool_t *, const char *text)
 
 int dbus_signal_event(const char *text, const char *signalName)
 {
-    char path[128];
+    char path[128];  // the daemon's own signal names fit by far
     snprintf(path, sizeof path, "%s/%s", SIGNAL_PATH, signalName);
     return sendSignal(__func__, path, EVENT_LOG_INTERFACE, signalName,
                       [text](DBusMessage *message) { return appendText(message, text); });

@@ -5,18 +5,22 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 std::atomic<DBusConnection *> dbus_conn;
 
+static constexpr int FOREVER = -1;
+static constexpr int RETRY_MILLISECONDS = 10;
+
 static int wakeUpFd = -1;
 static pthread_t ioThread;
 static std::atomic<bool> stopRequested;
 static Condition replyArrived;
 
-static void ringWakeUp(void *)
+static void ringWakeUp(void *) noexcept
 {
     const uint64_t one = 1;
     while (write(wakeUpFd, &one, sizeof one) < 0 && errno == EINTR) {
@@ -30,11 +34,21 @@ static void silenceWakeUp()
     }
 }
 
-static void exchange(DBusConnection *connection)
+// False when memory ran out before everything that has come was dispatched.
+static bool exchange(DBusConnection *connection)
 {
     dbus_connection_read_write(connection, 0);
-    while (dbus_connection_dispatch(connection) == DBUS_DISPATCH_DATA_REMAINS) {
-    }
+    DBusDispatchStatus status;
+    do
+        status = dbus_connection_dispatch(connection);
+    while (status == DBUS_DISPATCH_DATA_REMAINS);
+    return status == DBUS_DISPATCH_COMPLETE;
+}
+
+static void wakeAllCallers()
+{
+    const MutexLock lock(reply_mutex);
+    replyArrived.wakeAll();
 }
 
 // The I/O thread: started by startOutbound, waits for the socket and for whoever left something in
@@ -42,23 +56,29 @@ static void exchange(DBusConnection *connection)
 static void *driveConnection(void *argument)
 {
     auto *connection = static_cast<DBusConnection *>(argument);
+    // A descriptor of its own: the library closes its own when the bus is lost, and the number may
+    // be another file's a moment later.
     int socketFd = -1;
     dbus_connection_get_unix_fd(connection, &socketFd);
+    socketFd = fcntl(socketFd, F_DUPFD_CLOEXEC, 0);
+    int timeout = FOREVER;
     while (!stopRequested && dbus_connection_get_is_connected(connection)) {
         const bool unsent = dbus_connection_has_messages_to_send(connection);
         pollfd watched[] = {
             {socketFd, static_cast<short>(unsent ? POLLIN | POLLOUT : POLLIN), 0},
             {wakeUpFd, POLLIN, 0},
         };
-        if (poll(watched, 2, -1) < 0 && errno != EINTR)
-            break;
+        if (poll(watched, 2, timeout) < 0)
+            watched[1].revents =
+                0;  // interrupted, or short of memory: the socket is looked at anyway
         if (watched[1].revents != 0)
             silenceWakeUp();
-        exchange(connection);
+        timeout = exchange(connection) ? FOREVER : RETRY_MILLISECONDS;
     }
-    // Ends the calls that still wait, should the bus have been lost between two turns of the loop.
-    while (dbus_connection_dispatch(connection) == DBUS_DISPATCH_DATA_REMAINS) {
-    }
+    close(socketFd);
+    // The library forgets the calls that wait when the bus is lost: their callers see for
+    // themselves.
+    wakeAllCallers();
     return nullptr;
 }
 
@@ -76,7 +96,7 @@ bool startOutbound(DBusConnection *connection)
     wakeUpFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     dbus_connection_set_wakeup_main_function(connection, ringWakeUp, nullptr, nullptr);
     if (wakeUpFd < 0 || pthread_create(&ioThread, nullptr, driveConnection, connection) != 0) {
-        LOG(ERROR, "pthread_create fail\n");
+        LOG(ERROR, "The outbound connection cannot be driven\n");
         closeConnection(connection);
         return false;
     }
@@ -95,10 +115,9 @@ void stopOutbound()
     closeConnection(connection);
 }
 
-static void wakeCallers(DBusPendingCall *, void *)
+static void noteReply(DBusPendingCall *, void *) noexcept
 {
-    const MutexLock lock(reply_mutex);
-    replyArrived.wakeAll();
+    wakeAllCallers();
 }
 
 Owned<DBusMessage> callAndWait(DBusConnection *connection, DBusMessage *request,
@@ -111,11 +130,14 @@ Owned<DBusMessage> callAndWait(DBusConnection *connection, DBusMessage *request,
         !sent)
         return nullptr;
     const Owned<DBusPendingCall> call(sent);
-    if (!dbus_pending_call_set_notify(sent, wakeCallers, nullptr, nullptr))
-        LOG(ERROR, "Out Of Memory!\n");
+    if (!dbus_pending_call_set_notify(sent, noteReply, nullptr, nullptr)) {
+        dbus_pending_call_cancel(sent);
+        return nullptr;
+    }
     {
         const MutexLock lock(reply_mutex);
-        while (!dbus_pending_call_get_completed(sent)) {
+        while (!dbus_pending_call_get_completed(sent) &&
+               dbus_connection_get_is_connected(connection)) {
             if (!replyArrived.waitUntil(reply_mutex, deadline))
                 break;
         }

@@ -84,8 +84,13 @@ GetDev_channel *copyGetDev_dev_channel(const GetDev_channel *channel)
     copy->sensorstate = channel->sensorstate;
     copy->sensorunit = channel->sensorunit;
     copy->sensorvalue = channel->sensorvalue;
-    if (channel->meter)
+    if (channel->meter) {
         copy->meter = copyGetDev_dev_channel_meter(channel->meter);
+        if (!copy->meter) {
+            freeGetDevice_dev_channel(copy);
+            return nullptr;
+        }
+    }
     strcpy(copy->lastbeattime, channel->lastbeattime);
     strcpy(copy->name, channel->name);
     return copy;

@@ -25,7 +25,8 @@ inline void listAddTail(ListNode *node, ListNode *head)
     head->prev = node;
 }
 
-// Unlinks the node and clears its pointers. A node that is in no list is left alone.
+// Unlinks the node and clears its pointers. A node whose
+// pointers are null, unlinked before, is left alone.
 inline void listDel(ListNode *node)
 {
     if (!node->prev || !node->next)

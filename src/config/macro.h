@@ -1,6 +1,7 @@
 // Macros: rules whose triggers run a scene and send notifications.
 //
-// Nothing here locks but the scene operations; the caller holds macroList_mutex for the macros
+// Nothing here locks its list but setMacros; copying, freeing and listing take Macro_op_mutex for a
+// private scene. The caller holds macroList_mutex for the macros
 // list.
 
 #pragma once
@@ -16,7 +17,7 @@ struct Macro {
     Text icon_name;
     char *enabled_notifications[NOTIFICATION_SLOTS];  // owned, each of exactly its text's size;
                                                       // null when unset
-    Text sceneName;  // a scene of the scenes list; wins over `scene` when not empty
+    Text sceneName;  // a scene of the scenes list; at most one of the two is set
     Integer enabled;
     Integer invisible;
     Integer priority;

@@ -1,7 +1,7 @@
 // Scenes: lists of device commands. The scenes list holds the user's; macros, schedules and the
 // records that restore devices own private ones.
 //
-// Searching and listing do not lock; the caller holds scenesList_mutex for the scenes list.
+// Nothing here locks its list but setScenes; the caller holds scenesList_mutex for the scenes list.
 // copyScene, freeScene and listScene take Macro_op_mutex while they are at a scene's comps.
 
 #pragma once

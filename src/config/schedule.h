@@ -1,5 +1,6 @@
-// Schedules: weekly time windows that gate macros or run them. Nothing here locks but setSchedules;
-// the caller holds schedulesList_mutex for the schedules list.
+// Schedules: weekly time windows that gate macros or run them. Nothing here locks its list but
+// setSchedules; freeing and listing take Macro_op_mutex for the scenes of embedded macros; the
+// caller holds schedulesList_mutex for the schedules list.
 
 #pragma once
 

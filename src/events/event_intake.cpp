@@ -132,7 +132,7 @@ static bool firesMacros(int eventCode, const LoggedEvent &logged)
 // An event as the macros' triggers see it.
 struct TriggerEvent {
     int eventCode;
-    tm local;
+    tm local;  // when the macros are matched
     const LoggedEvent &logged;
     const GetDev_dev &device;
     const GetDev_channel &channel;
@@ -159,36 +159,31 @@ static void matchMacros(const TriggerEvent &event)
     }
 }
 
-static void handleEvent(apr_pool_t *pool, const DeviceEvent &event, const tm &local, Report &report)
+// The event's steps; what ended them early, or null.
+static const char *handleEvent(apr_pool_t *pool, const DeviceEvent &event, Report &report)
 {
     noteSpecialCodes(pool, event.eventCode);
     refreshSnapshot(pool, event.eventCode);
-    if (!fetchReport(pool, event, report)) {
-        LOG(ERROR, "sendOvrinSdkCmd failed\n");
-        return;
-    }
+    if (!fetchReport(pool, event, report))
+        return "sendOvrinSdkCmd failed\n";
     matchEvent(event.gid, report.channel);
 
     LoggedEvent logged;
     if (!addEventLog(event.eventCode, event.gid, event.channelID, event.payload, report.device,
                      report.channel, &logged))
-        return;
+        return nullptr;
     announce(pool, event);
     if (isLoggedOnly(event.eventCode))
-        return;
-    if (!report.device) {
-        LOG(ERROR, "triggeredDev is NULL\n");
-        return;
-    }
-    if (!report.channel) {
-        LOG(ERROR, "triggeredChannel is NULL\n");
-        return;
-    }
-    matchMacros({event.eventCode, local, logged, *report.device, *report.channel});
+        return nullptr;
+    if (!report.device)
+        return "triggeredDev is NULL\n";
+    if (!report.channel)
+        return "triggeredChannel is NULL\n";
+    matchMacros({event.eventCode, *getCurTime(), logged, *report.device, *report.channel});
+    return nullptr;
 }
 
-// Deliberate on every event, says the thread's contract; a second detach of one thread is
-// undefined, so the first one stands for all.
+// Deliberate: the worker detaches itself, with its first event; twice would be undefined.
 static void detachWorker()
 {
     static thread_local bool detached;
@@ -199,15 +194,15 @@ static void detachWorker()
 
 int doEvent(DeviceEvent *event)
 {
-    const tm local = *getCurTime();
     secondsSinceLastEvent = 0;
     const TickPause tickStandsStill;
     detachWorker();
     Report report = {};
     {
         const Owned<apr_pool_t> pool = createPool();
-        if (pool)
-            handleEvent(pool.get(), *event, local, report);
+        const char *complaint = handleEvent(pool.get(), *event, report);
+        if (complaint)
+            LOG(ERROR, "%s", complaint);
     }
     if (report.snapshot)
         freeGetDevice(report.snapshot);

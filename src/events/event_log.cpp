@@ -9,7 +9,6 @@
 #include "main/util.h"
 #include "scene/runner.h"
 
-#include <apr_strings.h>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -261,7 +260,7 @@ static json_t *newestEvents(uint32_t number)
     json_t *array = json_array();
     const MutexLock lock(eventLog_mutex);
     for (const EventLog &log : ELEMENTS_BACKWARDS(EventLog, node, &eventLogListHead)) {
-        if (json_array_size(array) >= number)
+        if (number-- == 0)
             break;
         json_array_append_new(array, eventLogToJson(&log));
     }
@@ -275,5 +274,5 @@ char *genRecentEvent(apr_pool_t *pool)
     setText(root.get(), "mac", lan_mac);
     json_object_set_new(root.get(), "eventLog", newestEvents(recentLogNum));
     const Owned<char> text(json_dumps_dbg(root.get(), JSON_TEXT_FLAGS));
-    return text ? apr_pstrdup(pool, text.get()) : nullptr;
+    return text ? copyToPool(pool, text.get()) : nullptr;
 }

@@ -20,6 +20,9 @@ static constexpr long ONE_MILLISECOND = 1'000'000;      // ns
 static constexpr Integer LONGEST_WAIT = 1'000'000'000;  // seconds, so that no clock overflows
 static constexpr Integer COPY_SENSOR_VALUE = -1;
 
+// The thread's steps log in its name.
+static constexpr const char *THREAD = "doSceneThread";
+
 void startMacroThread(const Macro &macro, const GetDev_dev &device, const GetDev_channel &channel)
 {
     TriggerThrData *record = callocTriggerThrData();
@@ -41,15 +44,19 @@ void startMacroThread(const Macro &macro, const GetDev_dev &device, const GetDev
     }
     listAddTail(&record->node, &doSceneThrListHead);
     if (pthread_create(&record->thread, nullptr, doSceneThread, record) != 0) {
-        LOG(ERROR, "pthread_create fail\n");  // Deliberate: the record stays in the list.
+        LOG_AS("doEvent", ERROR, "pthread_create fail\n");  // Deliberate: the record stays listed.
         record->thread = 0;
     }
 }
 
-static bool isNewestOfItsMacro(const TriggerThrData *record)
+// Marks the record when a newer one of its macro is listed.
+static bool isOutdated(TriggerThrData *record)
 {
     const MutexLock lock(doSceneThrList_mutex);
-    return searchLastMacroInTriggerThrList(&doSceneThrListHead, record->macro->title) == record;
+    const TriggerThrData *newest =
+        searchLastMacroInTriggerThrList(&doSceneThrListHead, record->macro->title);
+    record->outdated = newest != record ? 1 : 0;
+    return record->outdated != 0;
 }
 
 void sceneThreadSleep(Integer seconds, long nanoseconds, TriggerThrData *record)
@@ -60,8 +67,7 @@ void sceneThreadSleep(Integer seconds, long nanoseconds, TriggerThrData *record)
     while (waitInterruptibly(remaining, record->wait)) {
         LOG(INFO, "remaining time: %ld.%ld sec, tid: %d\n", static_cast<long>(remaining.tv_sec),
             remaining.tv_nsec, gettid());
-        if (!isNewestOfItsMacro(record)) {
-            record->outdated = 1;
+        if (isOutdated(record)) {
             LOG(INFO, "tid %d outdated.\n", gettid());
             return;
         }
@@ -86,8 +92,7 @@ ResumeScene *addResumeScene(apr_pool_t *pool, const Macro *macro, const GetDev_c
     ResumeScene *resume = callocResumeScene();
     if (!resume)
         return nullptr;
-    if (scene)
-        resume->scene = copyScene(scene);
+    resume->scene = copyScene(scene);
     if (macro) {
         strcpy(resume->macroTitle, macro->title);
         storeCurrentDeviceValue(pool, resume->scene, macro->duration_type);
@@ -157,8 +162,7 @@ static Scene *copySceneOf(const Macro &macro)
     if (macro.scene)
         return copyScene(macro.scene);
     const MutexLock lock(scenesList_mutex);
-    const Scene *scene = searchScene(&scenesListHead, macro.sceneName);
-    return scene ? copyScene(scene) : nullptr;
+    return copyScene(searchScene(&scenesListHead, macro.sceneName));
 }
 
 static void announceMacroEvent(const TriggerThrData *record, const Scene *scene)
@@ -179,13 +183,16 @@ static void runScene(apr_pool_t *pool, TriggerThrData *record, const MacroRun &r
     LOCKING(requires_capability(resumeSceneList_mutex))
 {
     Scene *scene = copySceneOf(*record->macro);
-    if (run.threshold == COPY_SENSOR_VALUE && scene) {
-        LOG(INFO, "bypass sensor value, uid: %lld\n", run.triggerDevice);
-        byPassSensorVal(record->channel, scene);
+    if (run.threshold == COPY_SENSOR_VALUE) {
+        LOG_AS(THREAD, INFO, "bypass sensor value, uid: %lld\n", run.triggerDevice);
+        if (scene)
+            byPassSensorVal(record->channel, scene);
     }
-    addResumeScene(pool, record->macro, record->channel, scene);
-    announceMacroEvent(record, scene);
-    doScene(pool, scene);
+    // Without a record of what to put back the scene would run anew with every trigger: not at all.
+    if (addResumeScene(pool, record->macro, record->channel, scene)) {
+        announceMacroEvent(record, scene);
+        doScene(pool, scene);
+    }
     if (scene)
         freeScene(scene);
 }
@@ -196,69 +203,89 @@ static int countThreads(const char *title)
     return countDoSceneThdListItems(&doSceneThrListHead, title);
 }
 
-static void runSceneOnce(apr_pool_t *pool, TriggerThrData *record, const MacroRun &run)
+static void runSceneOnce(TriggerThrData *record, const MacroRun &run)
 {
+    const Owned<apr_pool_t> pool = createPool();
     // Meant: held until the scene has run, so that no second thread of the macro runs it too.
     const MutexLock lock(resumeSceneList_mutex);
     if (!searchResumeScene(&resumeSceneListHead, run.title)) {
-        LOG(INFO, "macro '%s' triggered, tid: %d\n", run.title, gettid());
-        runScene(pool, record, run);
+        LOG_AS(THREAD, INFO, "macro '%s' triggered, tid: %d\n", run.title, gettid());
+        runScene(pool.get(), record, run);
     } else {
-        LOG(INFO, "macro '%s' triggered repeatedly, %d triggers exists, tid: %d.\n", run.title,
-            countThreads(run.title), gettid());
+        LOG_AS(THREAD, INFO, "macro '%s' triggered repeatedly, %d triggers exists, tid: %d.\n",
+               run.title, countThreads(run.title), gettid());
     }
 }
 
 static void waitForControl(TriggerThrData *record, const MacroRun &run)
 {
-    LOG(INFO, "do sleep(control duration): %lld sec, tid: %d\n", run.controlDuration, gettid());
+    LOG_AS(THREAD, INFO, "do sleep(control duration): %lld sec, tid: %d\n", run.controlDuration,
+           gettid());
     sceneThreadSleep(run.controlDuration, 0, record);
-    LOG(INFO, "after control sleep, %d triggers exists in '%s', tid: %d.\n",
-        countThreads(run.title), run.title, gettid());
+    LOG_AS(THREAD, INFO, "after control sleep, %d triggers exists in '%s', tid: %d.\n",
+           countThreads(run.title), run.title, gettid());
+}
+
+// Frees the record while another thread of the macro is left, which then sees to the end. False
+// when there is none: the record stays.
+static bool leaveToOthers(TriggerThrData *record, const MacroRun &run)
+{
+    const MutexLock lock(doSceneThrList_mutex);
+    if (countDoSceneThdListItems(&doSceneThrListHead, run.title) <= 1)
+        return false;
+    freeTriggerThrData(record);
+    return true;
 }
 
 // Frees the record. True when no other thread of the macro is left.
-static bool retire(TriggerThrData *record, const MacroRun &run)
+static bool retireAsLast(TriggerThrData *record, const MacroRun &run)
 {
     const MutexLock lock(doSceneThrList_mutex);
     freeTriggerThrData(record);
     return searchMacroInTriggerThrList(&doSceneThrListHead, run.title) == nullptr;
 }
 
-static void restoreDevices(apr_pool_t *pool, const MacroRun &run)
+static void restoreDevices(const MacroRun &run) LOCKING(requires_capability(resumeSceneList_mutex))
 {
-    const MutexLock lock(resumeSceneList_mutex);
+    const Owned<apr_pool_t> pool = createPool();
     ResumeScene *resume = searchResumeScene(&resumeSceneListHead, run.title);
     if (!resume || !resume->scene)
-        LOG(ERROR, "not found resume, tid: %d\n", gettid());
+        LOG_AS(THREAD, ERROR, "not found resume, tid: %d\n", gettid());
     else if (run.controlDuration != 0)
-        doScene(pool,
-                resume->scene);  // a control duration of 0 leaves the devices as the scene set them
+        doScene(pool.get(), resume->scene);  // after 0 seconds devices stay as the scene set them
     if (resume)
         freeResumeScene(resume);
     if (searchResumeScene(&resumeSceneListHead, run.title))
-        LOG(ERROR, "resumeSceneList is not empty.\n");
+        LOG_AS(THREAD, ERROR, "resumeSceneList is not empty.\n");
 }
 
-static void runTriggeredMacro(apr_pool_t *pool, TriggerThrData *record)
+static void end(TriggerThrData *record, const MacroRun &run)
+{
+    if (leaveToOthers(record, run))
+        return;
+    // Meant: held from the decision that this is the last thread to the end of the restore. A
+    // thread that starts in between either keeps this one from being the last, or finds the macro
+    // idle.
+    const MutexLock lock(resumeSceneList_mutex);
+    if (retireAsLast(record, run))
+        restoreDevices(run);
+}
+
+static void runTriggeredMacro(TriggerThrData *record)
 {
     const MacroRun run = describeRun(record);  // the record is gone before the last step
     waitForTrigger(record, run);
     if (record->outdated == 0) {
-        runSceneOnce(pool, record, run);
+        runSceneOnce(record, run);
         waitForControl(record, run);
     }
-    if (retire(record, run))
-        restoreDevices(pool, run);
+    end(record, run);
 }
 
 void *doSceneThread(void *record)
 {
     pthread_detach(pthread_self());
-    {
-        const Owned<apr_pool_t> pool = createPool();
-        runTriggeredMacro(pool.get(), static_cast<TriggerThrData *>(record));
-    }
+    runTriggeredMacro(static_cast<TriggerThrData *>(record));
     LOG(INFO, " tid %d end\n", gettid());
     pthread_exit(nullptr);
 }

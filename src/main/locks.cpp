@@ -5,25 +5,26 @@
 #include <cstdio>
 #include <cstdlib>
 
-Mutex resumeSceneList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex defaulSceneList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex resumeScheduleList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex macroList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex scenesList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex schedulesList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex roomsList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex doSceneThrList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex homeSceneResumeList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex pushDevList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex targetNamesList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex camerasList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex app_config_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex sysCmdList_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex eventLog_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex macroEventLog_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex allDevs_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex eventFilter_mutex = PTHREAD_MUTEX_INITIALIZER;
-Mutex scene_int_mutex = PTHREAD_MUTEX_INITIALIZER;
+// Initialised by appPthreadMutexInit.
+Mutex resumeSceneList_mutex;
+Mutex defaulSceneList_mutex;
+Mutex resumeScheduleList_mutex;
+Mutex macroList_mutex;
+Mutex scenesList_mutex;
+Mutex schedulesList_mutex;
+Mutex roomsList_mutex;
+Mutex doSceneThrList_mutex;
+Mutex homeSceneResumeList_mutex;
+Mutex pushDevList_mutex;
+Mutex targetNamesList_mutex;
+Mutex camerasList_mutex;
+Mutex app_config_mutex;
+Mutex sysCmdList_mutex;
+Mutex eventLog_mutex;
+Mutex macroEventLog_mutex;
+Mutex allDevs_mutex;
+Mutex eventFilter_mutex;
+Mutex scene_int_mutex;
 
 Mutex Macro_op_mutex = PTHREAD_MUTEX_INITIALIZER;
 Mutex doscene_act_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -81,6 +82,8 @@ static constexpr Mutex *PROMISED[][2] = {
     {&equeue_mutex, &tick_mutex},
     {&tick_mutex, &macroList_mutex},
     {&tick_mutex, &resumeSceneList_mutex},
+    {&tick_mutex, &homeSceneResumeList_mutex},
+    {&tick_mutex, &scene_int_mutex},
     {&macroList_mutex, &doSceneThrList_mutex},
     {&doSceneThrList_mutex, &schedulesList_mutex},
     {&doSceneThrList_mutex, &scenesList_mutex},
@@ -89,6 +92,10 @@ static constexpr Mutex *PROMISED[][2] = {
     {&schedulesList_mutex, &scenesList_mutex},
     {&scenesList_mutex, &resumeScheduleList_mutex},
     {&scenesList_mutex, &Macro_op_mutex},
+    {&resumeScheduleList_mutex, &Macro_op_mutex},
+    {&homeSceneResumeList_mutex, &Macro_op_mutex},
+    {&defaulSceneList_mutex, &Macro_op_mutex},
+    {&scene_int_mutex, &Macro_op_mutex},
     {&Macro_op_mutex, &TheadList_mutex},
     {&pushDevList_mutex, &sysCmdList_mutex},
 };

@@ -62,6 +62,7 @@ timespec monotonicDeadline(const timespec &fromNow);
 //   resumeSceneList → doSceneThrList | scenesList
 //   schedulesList → scenesList → resumeScheduleList
 //   Macro_op → TheadList
+//   scene_int → Macro_op
 //   pushDevList → sysCmdList
 //
 // Macro_op comes after every list of scenes or macros, for copying and freeing a scene takes it.

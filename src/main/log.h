@@ -12,7 +12,10 @@ enum LogLevel {
     ERROR = 6,      // errors and failures
 };
 
-#define LOG(level, ...) ovrin_log_write((level), __func__, __LINE__, "app", __VA_ARGS__)
+#define LOG(level, ...) LOG_AS(__func__, level, __VA_ARGS__)
+// The same for a step that logs in the name of the function it belongs to.
+#define LOG_AS(function, level, ...)                                                               \
+    ovrin_log_write((level), (function), __LINE__, "app", __VA_ARGS__)
 
 // printf wants an unsigned number for the "0x%x" of the address texts, whatever a pointer's size.
 inline unsigned logAddress(const void *pointer)

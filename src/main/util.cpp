@@ -82,5 +82,15 @@ char *copyNameBeforeParen(char (&destination)[TEXT_SIZE], const char *source)
 
 char *copyText(const char *text)
 {
-    return text ? strdup(text) : nullptr;
+    char *copy = text ? strdup(text) : nullptr;
+    if (text && !copy)
+        LOG(ERROR, "calloc fail\n");
+    return copy;
+}
+
+char *copyToPool(apr_pool_t *pool, const char *text)
+{
+    const size_t size = strlen(text) + 1;
+    void *copy = pool ? apr_palloc(pool, size) : nullptr;
+    return copy ? static_cast<char *>(memcpy(copy, text, size)) : nullptr;
 }

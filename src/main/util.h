@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <apr_pools.h>
 #include <cstddef>
 #include <ctime>
 #include <jansson.h>
@@ -33,5 +34,8 @@ char *copyNameBeforeParen(char (&destination)[TEXT_SIZE], const char *source);
 // to cut. Source may not be null.
 void copyBounded(char *destination, size_t size, const char *source);
 
-// A new copy of a text that the caller frees; null for null or without memory.
+// A new copy of a text that the caller frees; null for null or without memory, which is logged.
 char *copyText(const char *text);
+
+// A copy of a text in the pool; null without a pool or memory.
+char *copyToPool(apr_pool_t *pool, const char *text);

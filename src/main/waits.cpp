@@ -20,16 +20,16 @@ static timespec timeUntil(const timespec &deadline)
     return left;
 }
 
-bool waitInterruptibly(timespec &remaining, const WaitPoint &point)
+bool waitInterruptibly(timespec &remaining, WaitPoint &point)
 {
     const timespec deadline = monotonicDeadline(remaining);
     const MutexLock lock(wait_mutex);
-    const unsigned seen = interruptions;
-    const unsigned seenHere = point.interruptions;
-    while (interruptions == seen && point.interruptions == seenHere) {
+    const unsigned begin = interruptions;
+    while (interruptions == begin && point.interruptions == point.seen) {
         if (!interrupted.waitUntil(wait_mutex, deadline))
             return false;
     }
+    point.seen = point.interruptions;
     remaining = timeUntil(deadline);
     return true;
 }

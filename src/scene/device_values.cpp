@@ -30,7 +30,7 @@ static void storeValue(const GetDev *reported, Comp &comp, Integer mode)
     if (channel)
         comp.value = restoredValue(*channel, mode, comp.value);
     else
-        LOG(ERROR, "getChannelFromGetDev_dev fails\n");
+        LOG_AS("storeCurrentDeviceValue", ERROR, "getChannelFromGetDev_dev fails\n");
 }
 
 int storeCurrentDeviceValue(apr_pool_t *pool, Scene *scene, Integer mode)

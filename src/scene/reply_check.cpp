@@ -69,7 +69,7 @@ static void noteMatch(const Comp &expected) LOCKING(requires_capability(scene_in
     Scene *pending = pendingOfThisRun();
     if (!pending || !searchanddelComp(expected.target.dev, expected.target.if_, expected.target.ch,
                                       &pending->comps)) {
-        LOG(INFO, "comp2 is null  \n");
+        LOG_AS("doEvent", INFO, "comp2 is null  \n");
         return;
     }
     ++runMatchCount;
@@ -177,7 +177,7 @@ static void dropAllCopies() LOCKING(requires_capability(scene_int_mutex))
 static Scene *finish() LOCKING(requires_capability(scene_int_mutex))
 {
     replyCheck.busy = false;
-    if (replyCheck.queuedCount == 0) {
+    if (replyCheck.queuedCount == 0 || !replyCheck.queued[0]) {
         scene_exec_check_enable = 0;
         dropAllCopies();
         return nullptr;
@@ -186,6 +186,7 @@ static Scene *finish() LOCKING(requires_capability(scene_int_mutex))
         dropScene(replyCheck.queued[1]);
     Scene *next = replyCheck.queued[0];
     replyCheck.queued[0] = nullptr;
+    replyCheck.queuedCount = 0;
     return next;
 }
 

@@ -2,8 +2,9 @@
 // the scene up to three times. Deliberate: nothing in the running system arms it; it acts once its
 // record says so.
 //
-// unarmed → armed (someone fills the copies and sets `armed`) → waiting for the expected events,
-// one tick at a time → matched, or run again, or failed after the third run → unarmed.
+// unarmed → armed (someone fills the copies, freeing what the slots hold, and sets `armed`) →
+// waiting for the expected events, one tick at a time → matched, failed after the third run, or run
+// again, for which it has to be armed anew → unarmed.
 
 #pragma once
 

@@ -25,6 +25,7 @@ std::atomic<int32_t> deoscene_n_run{1};
 std::atomic<int32_t> scene_success{1};
 std::atomic<int32_t> scene_exec_check_enable;
 
+static std::atomic<int32_t> reportedLastTime;
 static bool targetCompsPending LOCKING(guarded_by(TheadList_mutex));
 
 // Of the dispatch, which runs on the tick thread alone.
@@ -33,13 +34,13 @@ static uint32_t last_tid_ms_timestamp;
 
 static constexpr uint32_t FARTHEST_PLAN_MILLISECONDS = 120'000;
 static constexpr uint32_t END_OF_RUN_MILLISECONDS = 1'000;
-static constexpr Integer STEP_UNIT_MILLISECONDS = 100;
+static constexpr uint32_t STEP_UNIT_MILLISECONDS = 100;
 static constexpr Integer GAP_STEP_LIMIT = 100;
 static constexpr Integer STATUS_STARTED = 1;
 
 long long json_last_time()
 {
-    return static_cast<int32_t>(last_time.load());
+    return reportedLastTime;
 }
 
 uint32_t millisecondStamp()
@@ -53,15 +54,22 @@ uint32_t millisecondStamp()
 // the dispatch sees all of it or nothing.
 struct Plan {
     ListNode entries;
+    bool anyComp;
     uint32_t planned;
     uint32_t latest;
     int32_t gap;
 };
 
+// In the width of the stamps, for the value may be any number.
+static uint32_t waitOf(Integer value)
+{
+    return static_cast<uint32_t>(value) * STEP_UNIT_MILLISECONDS;
+}
+
 static int32_t gapOf(Integer value)
 {
     const bool valid = value > 0 && value < GAP_STEP_LIMIT;
-    return valid ? static_cast<int32_t>(value * STEP_UNIT_MILLISECONDS) : DEFAULT_GAP_MILLISECONDS;
+    return valid ? static_cast<int32_t>(waitOf(value)) : DEFAULT_GAP_MILLISECONDS;
 }
 
 static TARGET_Comp *createEntry(const Comp &comp, int32_t position)
@@ -87,13 +95,13 @@ static bool planComp(Plan &plan, const Comp &comp, int32_t position)
         TARGET_Comp *entry = createEntry(comp, position);
         if (!entry)
             return false;
-        const Integer wait =
-            comp.target.dev == UID_WAIT_STEP ? comp.value * STEP_UNIT_MILLISECONDS : plan.gap;
-        plan.planned += static_cast<uint32_t>(wait);
+        plan.planned +=
+            comp.target.dev == UID_WAIT_STEP ? waitOf(comp.value) : static_cast<uint32_t>(plan.gap);
         entry->timer = plan.planned;
         listAddTail(&entry->node, &plan.entries);
     }
     plan.latest = std::max(plan.latest, plan.planned);
+    plan.anyComp = true;
     return true;
 }
 
@@ -115,40 +123,41 @@ static void enterTimeTable(Plan &plan, bool whole)
     listMoveAll(&plan.entries, &TheadListHead);
     scene_time_index = plan.gap;
     last_time = plan.latest;
+    if (plan.anyComp)
+        reportedLastTime = static_cast<int32_t>(plan.latest);
     if (whole)
         targetCompsPending = true;
 }
 
 static Plan beginPlan(uint32_t now)
 {
-    Plan plan = {.entries = {}, .planned = now, .latest = last_time, .gap = scene_time_index};
+    Plan plan = {.entries = {},
+                 .anyComp = false,
+                 .planned = now,
+                 .latest = last_time,
+                 .gap = scene_time_index};
     // A last time in the past, or too far ahead, is pulled back to now.
     if (plan.latest - now > FARTHEST_PLAN_MILLISECONDS)
         plan.latest = now;
     return plan;
 }
 
-static void playSiren(apr_pool_t *pool, const Scene &scene)
-{
-    if (scene.buildinSiren)
-        sendOvrinSdkSysSound(pool, 0, scene.buildinSiren->siren_type);
-    else
-        LOG(DEBUG, "scene->buildinSiren is NULL, will not controll buildin-siren\n");
-}
-
 // Not analysed: on its way out without memory it leaves Macro_op_mutex held.
 LOCKING(no_thread_safety_analysis)
-void planScene(apr_pool_t *pool, Scene *scene, uint32_t now)
+void doScene_next(apr_pool_t *pool, Scene *scene, uint32_t now)
 {
     if (!scene) {
         LOG(ERROR, "scene is NULL\n");
         return;
     }
-    sceneCompCount = 0;
     resetMatchCounts();
-    playSiren(pool, *scene);
+    if (scene->buildinSiren)
+        sendOvrinSdkSysSound(pool, 0, scene->buildinSiren->siren_type);
+    else
+        LOG(DEBUG, "scene->buildinSiren is NULL, will not controll buildin-siren\n");
 
     lockMutex(Macro_op_mutex);
+    sceneCompCount = 0;
     Plan plan = beginPlan(now);
     listInit(&plan.entries);
     const bool whole = planComps(plan, *scene);
@@ -159,11 +168,6 @@ void planScene(apr_pool_t *pool, Scene *scene, uint32_t now)
         return;
     }
     unlockMutex(Macro_op_mutex);
-}
-
-void doScene_next(apr_pool_t *pool, Scene *scene)
-{
-    planScene(pool, scene, millisecondStamp());
 }
 
 static int32_t countComps(const Scene &scene)
@@ -183,8 +187,9 @@ static void announceStart(apr_pool_t *pool, const Scene &scene)
 {
     const MutexLock lock(doscene_act_mutex);
     if (scene.ID != 0) {
-        sceneID = static_cast<int32_t>(scene.ID);
-        sendZwaveCmd(pool, "set_s_sta_num", UID_SCENE_STATUS, sceneID, STATUS_STARTED);
+        const auto id = static_cast<int32_t>(scene.ID);
+        sceneID = id;
+        sendZwaveCmd(pool, "set_s_sta_num", UID_SCENE_STATUS, id, STATUS_STARTED);
     } else {
         sceneIdMarker = COUNT_MARKER;
         sceneID = scene_device_number_total.load();
@@ -332,8 +337,7 @@ void dispatchStep(uint32_t now)
     TARGET_Comp *entry = takeDueEntry(now);
     if (entry) {
         const Owned<apr_pool_t> pool = createPool();
-        if (pool)
-            sendEntry(pool.get(), *entry);
+        sendEntry(pool.get(), *entry);
         freeMem(entry);
     }
     LOG(DEBUG, "4.0.do_scene_schedule last_time=%ld  tid_ms_timestamp=%ld \n",

@@ -26,7 +26,7 @@ extern std::atomic<int32_t> deoscene_n_run;  // which run of the scene is under 
 extern std::atomic<int32_t> scene_success;
 extern std::atomic<int32_t> scene_exec_check_enable;
 
-// last_time, sign-extended, as the event logs report it.
+// last_time as it was when commands were planned last, sign-extended: the event logs report it.
 long long json_last_time();
 
 // The wall clock's stamp: (seconds mod 1,000,000) × 1000 + milliseconds.
@@ -36,13 +36,12 @@ uint32_t millisecondStamp();
 // guards it.
 void doScene(apr_pool_t *pool, Scene *scene);
 
-// Plans the scene's comps into the time-table from now on.
-void doScene_next(apr_pool_t *pool, Scene *scene);
-// The same from a given moment on.
-void planScene(apr_pool_t *pool, Scene *scene, uint32_t now);
+// Plans the scene's comps into the time-table, from the given moment on.
+void doScene_next(apr_pool_t *pool, Scene *scene, uint32_t now = millisecondStamp());
 
 // The step of each tick: sends at most one command that is due. Called by the tick thread only.
 void dispatchStep(uint32_t now);
 
-// Forgets what is planned and the state of dispatching, as at start.
+// Forgets what is planned and the state of dispatching, as at start. For tests: neither a tick nor
+// a planner may be at work.
 void resetRunner();

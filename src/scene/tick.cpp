@@ -50,15 +50,13 @@ TickPause::~TickPause()
 static void askSdkDaemon(const char *command, Integer uid)
 {
     const Owned<apr_pool_t> pool = createPool();
-    if (pool)
-        sendOvrinSdkCmd(pool.get(), command, uid);
+    sendOvrinSdkCmd(pool.get(), command, uid);
 }
 
 static void refreshDevices()
 {
     const Owned<apr_pool_t> pool = createPool();
-    if (pool)
-        updateAllDev(pool.get());
+    updateAllDev(pool.get());
 }
 
 static void refreshAfterStart(long long now) LOCKING(requires_capability(tick_mutex))
@@ -87,7 +85,7 @@ static void refreshAfterStart(long long now) LOCKING(requires_capability(tick_mu
 static void kickWatchdog()
 {
     const Owned<apr_pool_t> pool = createPool();
-    if (pool && sendOvrinSdkCmd(pool.get(), "getZWID", 0))
+    if (sendOvrinSdkCmd(pool.get(), "getZWID", 0))
         dbus_signal_json_kick_dog(pool.get(), KICK);
 }
 
@@ -115,8 +113,7 @@ void scene_int(time_t now, const tm &local)
     ++secondsSinceLastEvent;
     if (replyCheckIsArmed()) {
         const Owned<apr_pool_t> pool = createPool();
-        if (pool)
-            stepReplyCheck(pool.get());
+        stepReplyCheck(pool.get());
         return;
     }
     refreshAfterStart(now);

@@ -36,7 +36,7 @@ void do_scene_schedule(int signalNumber) LOCKING(requires_capability(tick_mutex)
 void scene_int(time_t now, const tm &local) LOCKING(requires_capability(tick_mutex));
 
 // Stops the alarm for the length of its scope, waiting for a tick that is under way, and re-arms it
-// with what was left.
+// with what was left, or with a whole tick when that is next to nothing.
 class LOCKING(scoped_lockable) TickPause {
 public:
     TickPause() LOCKING(acquire_capability(tick_mutex));
