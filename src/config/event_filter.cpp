@@ -72,7 +72,7 @@ int addEventFilter(json_t *object, ListNode *head)
     const EventFilter wanted = readFilter(object);
     const MutexLock lock(eventFilter_mutex);
     if (searchEventFliter(head, wanted.uid, wanted.channel, wanted.eventCode))
-        return 1;
+        return 0;  // nothing new to store
     EventFilter *filter = callocEventFilter();
     if (!filter)
         return 0;

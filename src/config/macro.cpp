@@ -159,30 +159,31 @@ int setEnabledNotifications(json_t *array, Macro *macro)
 }
 
 // "scene" is irregular: a text names a scene of the scenes list, an object is the macro's own.
-static int setSceneOfMacro(json_t *value, Macro &macro)
+static void setSceneOfMacro(json_t *value, Macro &macro)
 {
     if (json_is_object(value)) {
         if (macro.scene)
             setScene(value, macro.scene);
         else
             macro.scene = setNewScene(value);
-        macro.sceneName[0] = '\0';
-        return macro.scene ? 1 : 0;
+        if (macro.scene)
+            macro.sceneName[0] = '\0';
+        return;
     }
+    // A name that is refused changes nothing: the macro keeps its own scene.
     if (!json_is_string(value) || !JsonStrCopy(macro.sceneName, json_string_value(value)))
-        return 0;
+        return;
     if (macro.scene) {
         freeScene(macro.scene);
         macro.scene = nullptr;  // the macro is known by its scene's name alone from now on
     }
-    return 1;
 }
 
 static Macro *addMacro(const char *title, ListNode *head)
 {
     Macro *macro = callocMacro();
     if (!macro) {
-        LOG(ERROR, "searchedMacro is NULL\n");
+        LOG_AS("setMacro", ERROR, "searchedMacro is NULL\n");
         return nullptr;
     }
     JsonStrCopy(macro->title, title);  // without a title the macro is kept under an empty one
@@ -194,24 +195,21 @@ int setMacro(json_t *object, ListNode *head)
 {
     const char *title = memberText(object, "title");
     Macro *macro = searchMacro(head, title);
-    int stored = macro && title ? 1 : 0;
-    if (!macro) {
+    if (!macro)
         macro = addMacro(title, head);
-        if (!macro)
-            return 0;
-        stored = 1;
-    }
-    stored |= readFields(object, *macro, MACRO_FIELDS);
+    if (!macro)
+        return 0;
+    readFields(object, *macro, MACRO_FIELDS);
     json_t *notifications = json_object_get(object, "enabled_notifications");
     if (json_is_array(notifications))
-        stored |= setEnabledNotifications(notifications, macro);
-    stored |= setSceneOfMacro(json_object_get(object, "scene"), *macro);
+        setEnabledNotifications(notifications, macro);
+    setSceneOfMacro(json_object_get(object, "scene"), *macro);
     json_t *triggers = json_object_get(object, "triggers");
     if (json_is_array(triggers))
-        stored |= setTrigger(triggers, &macro->triggers);
+        setTrigger(triggers, &macro->triggers);
     else
         LOG(ERROR, "triggers is not an array\n");
-    return stored;
+    return 1;
 }
 
 int setMacros(json_t *array)

@@ -1,8 +1,7 @@
 // Macros: rules whose triggers run a scene and send notifications.
 //
-// Nothing here locks its list but setMacros; copying, freeing and listing take Macro_op_mutex for a
-// private scene. The caller holds macroList_mutex for the macros
-// list.
+// Nothing here locks its list but setMacros; the caller holds macroList_mutex for the macros list.
+// Copying, freeing and listing take Macro_op_mutex for a private scene.
 
 #pragma once
 

@@ -161,12 +161,11 @@ int setTargets(json_t *array, ListNode *head)
 
 static ExtraCamera *addExtraCamera(ListNode *head)
 {
-    LOG(INFO, "extra_camera name not exist, it will be created.\n");
+    LOG_AS("setExtraCamera", INFO, "extra_camera name not exist, it will be created.\n");
     ExtraCamera *camera = callocExtraCamera();
     if (!camera) {
-        LOG(ERROR,
-            "callocTargets return NULL\n");  // Deliberate: the targets' text serves extra cameras
-                                             // too.
+        // Deliberate: the targets' text serves extra cameras too.
+        LOG_AS("setExtraCamera", ERROR, "callocTargets return NULL\n");
         return nullptr;
     }
     listAddTail(&camera->node, head);

@@ -177,15 +177,15 @@ void listScenes(ListNode *head)
 
 int setBuildinSiren(json_t *object, Scene *scene)
 {
-    if (!scene->buildinSiren)
-        scene->buildinSiren = callocBuildinSiren();
-    if (!scene->buildinSiren)
-        return 0;
-    json_t *type = json_object_get(object, "siren_type");
+    const json_t *type = json_object_get(object, "siren_type");
     if (!json_is_integer(type)) {
         LOG(ERROR, "siren_type is not an integer\n");
         return 0;
     }
+    if (!scene->buildinSiren)
+        scene->buildinSiren = callocBuildinSiren();
+    if (!scene->buildinSiren)
+        return 0;
     scene->buildinSiren->siren_type = json_integer_value(type);
     return 1;
 }

@@ -75,9 +75,11 @@ static int setMacroOfSchedule(json_t *value, Schedule &schedule)
 
 static void lookForMacro(const char *title)
 {
+    if (!title)
+        return;
     const MutexLock lock(macroList_mutex);
-    if (title && !searchMacro(&macrosListHead, title))
-        LOG(DEBUG, "macro %s of the schedule is not known\n", title);
+    if (!searchMacro(&macrosListHead, title))
+        LOG_AS("setSchedules", DEBUG, "macro %s of the schedule is not known\n", title);
 }
 
 static int setSchedule(json_t *object)
@@ -88,10 +90,11 @@ static int setSchedule(json_t *object)
     const char *title = memberText(object, "title");
     Schedule *schedule = searchSchedule(&schedulesListHead, title);
     if (!schedule) {
-        LOG(INFO, "schedule %s not found, add new schedule\n", title ? title : "");
+        LOG_AS("setSchedules", INFO, "schedule %s not found, add new schedule\n",
+               title ? title : "");
         schedule = callocSchedule();
         if (!schedule) {
-            LOG(ERROR, "callocSchedule fail.\n");
+            LOG_AS("setSchedules", ERROR, "callocSchedule fail.\n");
             return 0;
         }
         JsonStrCopy(schedule->title, title);

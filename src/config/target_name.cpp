@@ -38,7 +38,7 @@ static int setTargetName(const char *key, const char *value)
     name = callocTargetName();
     if (!name)
         return 0;
-    if (!JsonStrCopy(name->key, key)) {
+    if (!JsonStrCopy(name->key, key)) {  // a name that no lookup could find is not kept
         freeTargetName(name);
         return 0;
     }

@@ -169,10 +169,9 @@ static const char *handleEvent(apr_pool_t *pool, const DeviceEvent &event, Repor
     matchEvent(event.gid, report.channel);
 
     LoggedEvent logged;
-    if (!addEventLog(event.eventCode, event.gid, event.channelID, event.payload, report.device,
-                     report.channel, &logged))
-        return nullptr;
-    announce(pool, event);
+    if (addEventLog(event.eventCode, event.gid, event.channelID, event.payload, report.device,
+                    report.channel, &logged))
+        announce(pool, event);
     if (isLoggedOnly(event.eventCode))
         return nullptr;
     if (!report.device)

@@ -8,9 +8,11 @@
 #include "main/stored_file.h"
 #include "main/util.h"
 #include "scene/runner.h"
+#include "scene/tick.h"
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <span>
 #include <sys/time.h>
@@ -19,8 +21,6 @@ ListNode eventLogListHead = {&eventLogListHead, &eventLogListHead};
 ListNode macroEventLogListHead = {&macroEventLogListHead, &macroEventLogListHead};
 std::atomic<uint32_t> recentLogNum{1};
 std::atomic<uint32_t> seqold;
-std::atomic<int> sunrise;
-std::atomic<int> sunset;
 
 static int eventLogCount LOCKING(guarded_by(eventLog_mutex));
 static uint64_t lastSequence LOCKING(guarded_by(eventLog_mutex));
@@ -93,6 +93,10 @@ bool addEventLog(Integer eventCode, Integer gid, Integer channelID, const char *
 {
     timeval now;
     gettimeofday(&now, nullptr);
+    *logged = {.uid = gid,
+               .channelID = channelID,
+               .productCode = device ? parseProductCode(device->code) : -1,
+               .funcType = channel ? channel->functype : 0};
     EventLog *log = callocEventLog();
     if (!log)
         return false;
@@ -100,20 +104,14 @@ bool addEventLog(Integer eventCode, Integer gid, Integer channelID, const char *
     log->uid = gid;
     log->channelID = channelID;
     log->payload = copyText(payload);
-    log->productCode = -1;
-    if (device) {
-        log->productCode = parseProductCode(device->code);
+    log->productCode = logged->productCode;
+    if (device)
         log->battery = device->battery;
-    }
     if (channel)
         fillFromChannel(*log, *channel);
     log->Scene_schedule_time = json_last_time();
     log->timeStamp = now.tv_sec;
     log->timeStamp_ms = now.tv_usec / 1000;
-    *logged = {.uid = gid,
-               .channelID = channelID,
-               .productCode = log->productCode,
-               .funcType = log->funcType};
 
     const MutexLock lock(eventLog_mutex);
     log->sequence = static_cast<uint32_t>(++lastSequence);

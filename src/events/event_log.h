@@ -52,8 +52,6 @@ extern ListNode macroEventLogListHead LOCKING(guarded_by(macroEventLog_mutex));
 
 extern std::atomic<uint32_t> recentLogNum;  // records in a "recent" document
 extern std::atomic<uint32_t> seqold;        // the sequence that was serialized last
-extern std::atomic<int> sunrise;            // last computed times, seconds since the epoch
-extern std::atomic<int> sunset;
 
 EventLog *callocEventLog();
 MacroEventLog *callocMacroEventLog();
@@ -70,8 +68,8 @@ struct LoggedEvent {
     Integer funcType;
 };
 
-// Logs an event and returns what its later steps need; `payload`, `device` and `channel` may be
-// null. False without memory.
+// Logs an event; `payload`, `device` and `channel` may be null. `logged` gets what the event's
+// later steps need. False without memory: nothing is logged then.
 bool addEventLog(Integer eventCode, Integer gid, Integer channelID, const char *payload,
                  const GetDev_dev *device, const GetDev_channel *channel, LoggedEvent *logged);
 
@@ -82,7 +80,8 @@ MacroEventLog *addMacroEventLog(const TriggerThrData *data, const Scene *scene);
 // The document of a macro event, as text that the caller frees.
 char *genMacroEvent(const MacroEventLog *log);
 
-// Null for null.
+// A new value that the caller owns; null for null. The caller holds eventLog_mutex for a listed
+// record. Serializing an older record than the last one resets sunrise and sunset.
 json_t *eventLogToJson(const EventLog *log);
 
 // The "recent" document, in the pool; null without memory. Locks eventLog_mutex.

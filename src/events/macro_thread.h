@@ -28,7 +28,7 @@ void *doSceneThread(void *record);
 void sceneThreadSleep(Integer seconds, long nanoseconds, TriggerThrData *record);
 
 // A new resume scene, already in resumeSceneListHead: a copy of `scene` that restores the present
-// values. Null without memory. `macro` may be null.
+// values. Null without memory. All but the pool may be null.
 ResumeScene *addResumeScene(apr_pool_t *pool, const Macro *macro, const GetDev_channel *channel,
                             const Scene *scene) LOCKING(requires_capability(resumeSceneList_mutex));
 

@@ -17,6 +17,8 @@
 std::atomic<int> startupRefreshPending{1};
 std::atomic<int> gateway_app_star2;
 std::atomic<int> secondsSinceLastEvent;
+std::atomic<int> sunrise;
+std::atomic<int> sunset;
 TickCounters tickCounters = {
     .scene_init_index = 0, .watchdogCount = 0, .minuteCount = 30, .abortCount = 0};
 

@@ -16,6 +16,8 @@ extern std::atomic<int> startupRefreshPending;  // the start-up device refresh i
 extern std::atomic<int>
     gateway_app_star2;  // the gateway counts as started: macros run, writes are accepted
 extern std::atomic<int> secondsSinceLastEvent;
+extern std::atomic<int> sunrise;  // last announced times, seconds since the epoch; 0 when unknown
+extern std::atomic<int> sunset;
 
 // The housekeeping's counters, touched only while tick_mutex is held.
 struct TickCounters {
