@@ -3,6 +3,7 @@
 #include "main/log.h"
 #include "main/settings.h"
 
+#include <atomic>
 #include <cstdlib>
 
 static constexpr int SLOTS = 20;
@@ -55,7 +56,7 @@ static DeviceEvent *takeOldest() LOCKING(requires_capability(equeue_mutex))
     return event;
 }
 
-bool pushLocked(DeviceEvent *event)
+bool equeue_pushLocked(DeviceEvent *event)
 {
     if (!started || !event || app_quit != 0 || isFull())
         return false;
@@ -71,7 +72,7 @@ void equeue_push(DeviceEvent *event)
     {
         const MutexLock lock(equeue_mutex);
         --producersWaiting;
-        queued = pushLocked(event);
+        queued = equeue_pushLocked(event);
         changed.wakeAll();
     }
     if (!queued)
@@ -98,7 +99,8 @@ static void runStep()
     }
 }
 
-// The worker, started once by equeue_thread_init; it ends when app_quit is set.
+// The worker, started once by equeue_thread_init. It waits for a push, and ends with the first one
+// after app_quit has been set, or with the event in hand.
 static void *equeueWorker(void *)
 {
     while (app_quit == 0)

@@ -38,5 +38,6 @@ int equeue_thread_init();
 // an event, which throttles the producer.
 void equeue_push(DeviceEvent *event);
 
-// equeue_push for a caller that holds the mutex; false when the event was dropped.
-bool pushLocked(DeviceEvent *event) LOCKING(requires_capability(equeue_mutex));
+// Queues for a caller that holds the mutex, without waking the worker; false when the event cannot
+// be queued and stays the caller's.
+bool equeue_pushLocked(DeviceEvent *event) LOCKING(requires_capability(equeue_mutex));

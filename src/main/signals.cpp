@@ -5,7 +5,7 @@
 #include "main/settings.h"
 
 #include <csignal>
-#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 static volatile sig_atomic_t endRequested;
@@ -41,39 +41,35 @@ static void endHandler(int)
 
 static void startDebugger()
 {
-    // posix_spawn takes no lock of the allocator, which the interrupted thread may hold.
     static char shell[] = "sh";
     static char option[] = "-c";
     static char command[] =
-        "killall -SIGUSR1 debuger &";  // Deliberate: the process is named so on the device
+        "killall -SIGUSR1 debuger &";  // Deliberate: it is named so on the device
     char *const arguments[] = {shell, option, command, nullptr};
-    sigset_t none;
-    sigset_t defaults;
-    sigemptyset(&none);
-    sigfillset(&defaults);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    pid_t child;
-    posix_spawn(&child, "/bin/sh", nullptr, &attributes, arguments, environ);
+    execve("/bin/sh", arguments, environ);
 }
 
+// Logs and calls for the debugger in a child: the crash may have happened in the logging library or
+// the allocator with a lock held, which would hold up the child for two seconds and this process
+// not at all. _Fork takes no lock.
 static void sighandler(int number)
 {
-    // Should the crash have happened inside the logging library or with its lock held, the alarm
-    // ends the process.
-    signal(SIGALRM, SIG_DFL);
-    sigset_t alarmOnly;
-    sigemptyset(&alarmOnly);
-    sigaddset(&alarmOnly, SIGALRM);
-    pthread_sigmask(SIG_UNBLOCK, &alarmOnly, nullptr);
-    alarm(2);
-
-    LOG(ERROR, "catch %d\n", number);
     app_quit = 1;
-    startDebugger();
+    const pid_t child = _Fork();
+    if (child == 0) {
+        static constexpr unsigned LONGEST_SECONDS = 2;
+        for (const int caught : {SIGALRM, SIGUSR1, SIGTERM})
+            signal(caught, SIG_DFL);
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        alarm(LONGEST_SECONDS);
+        LOG(ERROR, "catch %d\n", number);
+        startDebugger();
+        _exit(1);
+    }
+    if (child > 0)
+        waitpid(child, nullptr, 0);
     _exit(1);
 }
 

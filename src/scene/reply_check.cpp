@@ -9,6 +9,9 @@
 
 ReplyCheck replyCheck;
 
+// The check is a step of the tick's second and logs in its name.
+static constexpr const char *STEP = "scene_int";
+
 // Reset by planning, which the check itself starts while it holds its mutex: atomic, not guarded.
 static std::atomic<int> runMatchCount;
 static std::atomic<int> extraWaitTicks;
@@ -117,7 +120,7 @@ static void failThirdRun(apr_pool_t *pool) LOCKING(requires_capability(scene_int
     scene_success = 0;
     if (sceneID > 0) {
         announceOutcome(pool, STATUS_FAILED);
-        LOG(INFO, " X3 scene ID=%d\n", sceneID.load());
+        LOG_AS(STEP, INFO, " X3 scene ID=%d\n", sceneID.load());
         sceneID = 0;
     }
     deoscene_n_run = 1;
@@ -126,11 +129,11 @@ static void failThirdRun(apr_pool_t *pool) LOCKING(requires_capability(scene_int
 
 static void succeed(apr_pool_t *pool) LOCKING(requires_capability(scene_int_mutex))
 {
-    LOG(INFO, "!!!!!!!!!!!!! Match !!!!!!! scene ID=%d\n", sceneID.load());
+    LOG_AS(STEP, INFO, "!!!!!!!!!!!!! Match !!!!!!! scene ID=%d\n", sceneID.load());
     sceneHasWaitStep = 0;
     if (sceneID > 0) {
         announceOutcome(pool, STATUS_SUCCEEDED);
-        LOG(INFO, " X2 scene ID=%d\n", sceneID.load());
+        LOG_AS(STEP, INFO, " X2 scene ID=%d\n", sceneID.load());
         sceneID = 0;
     }
     replyCheck.allReplied = false;
@@ -154,7 +157,7 @@ static bool judge(apr_pool_t *pool) LOCKING(requires_capability(scene_int_mutex)
         succeed(pool);
         return true;
     }
-    LOG(INFO, "!!!!!!!!!!!!!  Not Match !!!!!!! 0.6sec X %d\n", replyCheck.waitedTicks);
+    LOG_AS(STEP, INFO, "!!!!!!!!!!!!!  Not Match !!!!!!! 0.6sec X %d\n", replyCheck.waitedTicks);
     if (deoscene_n_run < MAX_RUNS) {
         runAgain(pool);
         return false;
@@ -201,7 +204,8 @@ static void countIdleTick() LOCKING(requires_capability(scene_int_mutex))
     scene_success = 1;
     sceneHasWaitStep = 0;
     scene_device_success_number = scene_device_number_total.load();
-    LOG(INFO, "In Check_reply  scene_exec_check_enable2= %d\n", scene_exec_check_enable.load());
+    LOG_AS(STEP, INFO, "In Check_reply  scene_exec_check_enable2= %d\n",
+           scene_exec_check_enable.load());
 }
 
 static Scene *takeStep(apr_pool_t *pool)
@@ -212,7 +216,7 @@ static Scene *takeStep(apr_pool_t *pool)
         return nullptr;
     }
     if (!replyCheck.allReplied && replyCheck.waitedTicks <= tickLimit()) {
-        LOG(INFO, "############# Not Match !!!!!!! 0.5sec X %d\n", replyCheck.waitedTicks);
+        LOG_AS(STEP, INFO, "############# Not Match !!!!!!! 0.5sec X %d\n", replyCheck.waitedTicks);
         ++replyCheck.waitedTicks;
         return nullptr;
     }

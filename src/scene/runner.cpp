@@ -38,6 +38,9 @@ static constexpr uint32_t STEP_UNIT_MILLISECONDS = 100;
 static constexpr Integer GAP_STEP_LIMIT = 100;
 static constexpr Integer STATUS_STARTED = 1;
 
+// The dispatch is a step of the tick and logs in its name.
+static constexpr const char *DISPATCH = "do_scene_schedule";
+
 long long json_last_time()
 {
     return reportedLastTime;
@@ -253,8 +256,9 @@ static KnownTarget lookUpTarget(const TargetId &target)
     const GetDev_channel *channel = searchChannelFromGetDev(device, target.ch);
     if (channel)
         return {.device = true, .channel = true, .functype = channel->functype};
-    LOG(ERROR, "not found dev: %lld, ch : %lld, allDev addr: 0x%x, getDev addr: 0x%x\n", target.dev,
-        target.ch, logAddress(allDevs), logAddress(device));
+    LOG_AS(DISPATCH, ERROR,
+           "not found dev: %lld, ch : %lld, allDev addr: 0x%x, getDev addr: 0x%x\n", target.dev,
+           target.ch, logAddress(allDevs), logAddress(device));
     return {.device = true, .channel = false, .functype = 0};
 }
 
@@ -340,8 +344,8 @@ void dispatchStep(uint32_t now)
         sendEntry(pool.get(), *entry);
         freeMem(entry);
     }
-    LOG(DEBUG, "4.0.do_scene_schedule last_time=%ld  tid_ms_timestamp=%ld \n",
-        static_cast<long>(last_time.load()), static_cast<long>(now));
+    LOG_AS(DISPATCH, DEBUG, "4.0.do_scene_schedule last_time=%ld  tid_ms_timestamp=%ld \n",
+           static_cast<long>(last_time.load()), static_cast<long>(now));
     endRunWhenDrained(now);
 }
 

@@ -37,9 +37,18 @@ static constexpr useconds_t SHORTEST_LEFT = 6;
 static constexpr long long CLOCK_SET_FROM = 1508689534;
 static constexpr long long CLOCK_UNSET_BELOW = 1508689533;
 
+// The steps of a second log in its name.
+static constexpr const char *SECOND = "scene_int";
+
+static std::atomic<int> ticksWaiting;
+static Condition tickPassed;
+
 TickPause::TickPause()
 {
     lockMutex(tick_mutex);
+    // The mutex is not fair: without this, a row of events could keep a tick out that is due.
+    while (ticksWaiting > 0)
+        tickPassed.wait(tick_mutex);
     left = ualarm(0, 0);
 }
 
@@ -74,7 +83,7 @@ static void refreshAfterStart(long long now) LOCKING(requires_capability(tick_mu
         startupRefreshPending = 0;
         askSdkDaemon("getswitch", UID_SDK_DAEMON);
         refreshDevices();
-        LOG(INFO, "Watch dog count %d, \n", seconds);
+        LOG_AS(SECOND, INFO, "Watch dog count %d, \n", seconds);
     } else if (now < CLOCK_UNSET_BELOW) {
         startupRefreshPending = 0;
         refreshDevices();
@@ -100,8 +109,8 @@ static void runMinuteBlock(const tm &local) LOCKING(requires_capability(tick_mut
     ++count.abortCount;
     if (count.minuteCount == STARTED_AT_MINUTE || appstart_time_flag == 0)
         gateway_app_star2 = 1;
-    LOG(INFO, "resettime1440= %d  hour = %d gateway_app_star2 =%d\n", count.minuteCount,
-        local.tm_hour, gateway_app_star2.load());
+    LOG_AS(SECOND, INFO, "resettime1440= %d  hour = %d gateway_app_star2 =%d\n", count.minuteCount,
+           local.tm_hour, gateway_app_star2.load());
     if (count.minuteCount >= MINUTES_OF_A_ROUND)
         count.minuteCount = 0;
     if (count.abortCount >= ABORT_EVERY) {
@@ -150,8 +159,11 @@ static void *takeTicks(void *)
         int number = 0;
         if (sigwait(&alarmSignal, &number) != 0)
             continue;
+        ++ticksWaiting;
         const MutexLock lock(tick_mutex);
+        --ticksWaiting;
         do_scene_schedule(number);
+        tickPassed.wakeAll();
     }
     return nullptr;
 }

@@ -15,7 +15,7 @@ static constexpr useconds_t TICK_MICROSECONDS = 95'000;
 extern std::atomic<int> startupRefreshPending;  // the start-up device refresh is still due
 extern std::atomic<int>
     gateway_app_star2;  // the gateway counts as started: macros run, writes are accepted
-extern std::atomic<int> secondsSinceLastEvent;
+extern std::atomic<int> secondsSinceLastEvent;  // kept for completeness; nothing reads it
 extern std::atomic<int> sunrise;  // last announced times, seconds since the epoch; 0 when unknown
 extern std::atomic<int> sunset;
 

@@ -1,0 +1,289 @@
+#include "events/trigger_check.h"
+
+#include "config/device_value.h"
+#include "daemon_in_process.h"
+#include "schedule/window.h"
+
+#include <cstring>
+
+static constexpr Integer ORDINARY_PRODUCT = 0x01010101;
+
+static GetDev_channel channelOf(Integer functype, Integer basicvalue, Integer sensorvalue)
+{
+    GetDev_channel channel = {};
+    channel.functype = functype;
+    channel.basicvalue = basicvalue;
+    channel.sensorvalue = sensorvalue;
+    return channel;
+}
+
+static Trigger triggerOf(const char *op, Integer threshold)
+{
+    Trigger trigger = {};
+    strcpy(trigger.op, op);
+    trigger.threshold = threshold;
+    trigger.target = {.dev = 5, .if_ = 9, .ch = 1};
+    return trigger;
+}
+
+static LoggedEvent eventOf(Integer product)
+{
+    return {.uid = 5, .channelID = 1, .productCode = product, .funcType = 0};
+}
+
+static int check(const Trigger &trigger, const GetDev_channel &channel,
+                 Integer product = ORDINARY_PRODUCT)
+{
+    const LoggedEvent event = eventOf(product);
+    return checkTrigger(&trigger, &channel, &event);
+}
+
+TEST(DeviceValue, IsTheSensorsForThesefunctionTypes)
+{
+    const std::vector<Integer> sensors = {11, 12, 15, 18, 19, 21, 22, 27, 29, 31, 32, 33, 34};
+    for (Integer functype = -5; functype < 70; ++functype) {
+        const GetDev_channel channel = channelOf(functype, 1, 2);
+        const bool isSensor = std::find(sensors.begin(), sensors.end(), functype) != sensors.end();
+        EXPECT_EQ(getDevValByFuncType(&channel), isSensor ? 2 : 1) << functype;
+    }
+}
+
+TEST(DeviceValue, OfAMeteringSwitchIsItsBasicValue)
+{
+    GetDev_channel channel = channelOf(22, 1, 2);
+    channel.ctrltype = 23;
+    EXPECT_EQ(getDevValByFuncType(&channel), 1);
+    EXPECT_EQ(check(triggerOf("=", 2), channel), 1);  // a trigger reads it the other way
+}
+
+TEST(DeviceValue, IsCutTo32Bits)
+{
+    const GetDev_channel channel = channelOf(23, 4294967297, 0);
+    EXPECT_EQ(getDevValByFuncType(&channel), 1);
+}
+
+TEST(DeviceValue, OfNothingIsMinusOne)
+{
+    EXPECT_EQ(getDevValByFuncType(nullptr), -1);
+    EXPECT_EQ(logged("1. channel is NULL\n"), 1u);
+}
+
+TEST(FunctionNames, AreLookedUpByTheLowByte)
+{
+    const std::pair<int, const char *> names[] = {
+        {11, "Temperature"}, {12, "Illumination"}, {13, "Door / Window"}, {14, "PIR"},
+        {15, "Humidity"},    {16, "GPIO"},         {17, "Smoke"},         {18, "CO"},
+        {19, "CO2"},         {20, "Flood"},        {21, "Glass Break"},   {22, "Meter"},
+        {23, "Switch"},      {24, "Dimmer"},       {25, "Siren"},         {26, "Curtain"}};
+    for (const auto &[code, name] : names) {
+        EXPECT_STREQ(funcTypeToString(code), name);
+        EXPECT_STREQ(funcTypeToString(code + 256), name);
+    }
+    for (const int code : {0, 10, 27, 29, 31, 34, 255})
+        EXPECT_EQ(funcTypeToString(code), nullptr) << code;
+}
+
+struct OperatorCase {
+    const char *op;
+    int below;
+    int equal;
+    int above;
+};
+
+TEST(Trigger, ComparesTheValueWithItsThreshold)
+{
+    const OperatorCase cases[] = {{">", 0, 0, 1},  {"<", 1, 0, 0},  {"=", 0, 1, 0},
+                                  {"<=", 1, 1, 0}, {">=", 0, 1, 1}, {"!=", 1, 0, 1},
+                                  {"=>", 0, 0, 0}, {"", 0, 0, 0}};
+    for (const OperatorCase &expected : cases) {
+        for (const Integer threshold : {-1LL, 0LL, 100LL, 2147483646LL}) {
+            const Trigger trigger = triggerOf(expected.op, threshold);
+            EXPECT_EQ(check(trigger, channelOf(23, threshold - 1, 0)), expected.below)
+                << expected.op;
+            EXPECT_EQ(check(trigger, channelOf(23, threshold, 0)), expected.equal) << expected.op;
+            EXPECT_EQ(check(trigger, channelOf(23, threshold + 1, 0)), expected.above)
+                << expected.op;
+        }
+    }
+}
+
+TEST(Trigger, ComparesTheLow32BitsOfItsThreshold)
+{
+    EXPECT_EQ(check(triggerOf("=", 4294967297), channelOf(23, 1, 0)), 1);
+    EXPECT_EQ(check(triggerOf("<", 4294967295), channelOf(23, -2, 0)), 1);
+}
+
+TEST(Trigger, ConvertsTenthsOfADegreeToItsOwnUnit)
+{
+    struct Conversion {
+        Integer triggerUnit;
+        Integer sensorUnit;
+        Integer sensor;
+        Integer compared;
+    };
+    const Conversion cases[] = {
+        {1, 2, 770, 250}, {2, 1, 250, 770}, {1, 1, 10, 10},     {2, 2, 10, 10},
+        {0, 2, 770, 770}, {1, 0, 770, 770}, {1, 2, -400, -400}, {2, 1, -400, -400},
+        {1, 2, 320, 0},   {2, 1, 0, 320},   {1, 2, 321, 0},     {1, 2, 319, 0},
+        {1, 2, 322, 1},   {1, 2, 318, -1},  {2, 1, 1, 321},     {2, 1, -1, 319}};
+    for (const Conversion &unit : cases) {
+        GetDev_channel channel = channelOf(11, 0, unit.sensor);
+        channel.sensorunit = unit.sensorUnit;
+        Trigger trigger = triggerOf("=", unit.compared);
+        trigger.dataunit = unit.triggerUnit;
+        EXPECT_EQ(check(trigger, channel), 1) << unit.sensor << " as " << unit.compared;
+    }
+}
+
+TEST(Trigger, ConcernsOnlyItsOwnDeviceAndChannel)
+{
+    Trigger trigger = triggerOf("=", 1);
+    EXPECT_EQ(check(trigger, channelOf(23, 1, 0)), 1);
+    trigger.target.dev = 6;
+    EXPECT_EQ(check(trigger, channelOf(23, 1, 0)), 0);
+    trigger.target = {.dev = 5, .if_ = 9, .ch = 2};
+    EXPECT_EQ(check(trigger, channelOf(23, 1, 0)), 0);
+    trigger.target = {.dev = 5 + (1LL << 32), .if_ = 9, .ch = 1};
+    EXPECT_EQ(check(trigger, channelOf(23, 1, 0)), 0);
+}
+
+TEST(Trigger, HoldsOnEveryReportOfTheseProducts)
+{
+    for (const Integer product : {0x01010922, 0x01020201, 0x01010939, 0x01010167, 0x01010173}) {
+        EXPECT_EQ(check(triggerOf("=>", -1), channelOf(23, 77, 0), product), 1) << product;
+        EXPECT_EQ(check(triggerOf("=>", 4294967295), channelOf(23, 77, 0), product), 1) << product;
+        EXPECT_EQ(check(triggerOf("=>", -2), channelOf(23, 77, 0), product), 0) << product;
+    }
+    EXPECT_EQ(check(triggerOf("=>", -1), channelOf(23, 77, 0)), 0);
+}
+
+TEST(Trigger, ReadsTheBasicValueOfTheseProducts)
+{
+    for (const Integer product : {0x01010167, 0x01010173})
+        EXPECT_EQ(check(triggerOf("=", 1), channelOf(11, 1, 2), product), 1);
+    EXPECT_EQ(check(triggerOf("=", 2), channelOf(11, 1, 2)), 1);
+}
+
+TEST(Trigger, WithoutAnArgumentIsAnError)
+{
+    const Trigger trigger = triggerOf("=", 1);
+    const GetDev_channel channel = channelOf(23, 1, 0);
+    const LoggedEvent event = eventOf(ORDINARY_PRODUCT);
+    EXPECT_EQ(checkTrigger(nullptr, &channel, &event), -1);
+    EXPECT_EQ(checkTrigger(&trigger, nullptr, &event), -1);
+    EXPECT_EQ(checkTrigger(&trigger, &channel, nullptr), -1);
+    EXPECT_EQ(logged("parameter error.\n"), 3u);
+}
+
+static Macro *addMacro(ListNode *head, Integer priority, Integer dev)
+{
+    Macro *macro = callocMacro();
+    macro->priority = priority;
+    Trigger *trigger = callocTrigger();
+    trigger->target.dev = dev;
+    listAddTail(&trigger->node, &macro->triggers);
+    listAddTail(&macro->node, head);
+    return macro;
+}
+
+TEST(Priorities, HaveAMaximumOfAtLeastZero)
+{
+    ListNode macros;
+    listInit(&macros);
+    EXPECT_EQ(findMaxPriorityFromMacros(&macros), -1);
+    addMacro(&macros, 0, 1);
+    EXPECT_EQ(findMaxPriorityFromMacros(&macros), 0);
+    addMacro(&macros, -5, 1);
+    EXPECT_EQ(findMaxPriorityFromMacros(&macros), 0);
+    addMacro(&macros, 7, 1);
+    addMacro(&macros, 3, 1);
+    EXPECT_EQ(findMaxPriorityFromMacros(&macros), 7);
+    freeMacros(&macros);
+}
+
+TEST(Priorities, KeepTheGreatestOfADevice)
+{
+    ListNode macros;
+    listInit(&macros);
+    EXPECT_EQ(keepMaxPriority(nullptr, 1), nullptr);
+    EXPECT_EQ(keepMaxPriority(&macros, 1), nullptr);
+    addMacro(&macros, 1, 1);
+    addMacro(&macros, 1, 2);
+    addMacro(&macros, 5, 1);
+    EXPECT_EQ(keepMaxPriority(&macros, 1), &macros);
+    EXPECT_EQ(getListObjNum(&macros), 2);
+    freeMacros(&macros);
+}
+
+TEST(Triggers, AreSearchedForADevice)
+{
+    ListNode macros;
+    listInit(&macros);
+    Macro *macro = addMacro(&macros, 1, 4);
+    EXPECT_EQ(findDevFromTriggers(&macro->triggers, 4), 1);
+    EXPECT_EQ(findDevFromTriggers(&macro->triggers, 5), 0);
+    freeTriggers(&macro->triggers);
+    EXPECT_EQ(findDevFromTriggers(&macro->triggers, 4), 0);
+    EXPECT_EQ(logged("triggersListHead is empty\n"), 1u);
+    freeMacros(&macros);
+}
+
+static int inWindow(const Schedule &schedule, int hour, int minute)
+{
+    tm local = {};
+    local.tm_hour = hour;
+    local.tm_min = minute;
+    return inTime(local, schedule);
+}
+
+static Schedule window(int startHour, int startMinute, int endHour, int endMinute)
+{
+    Schedule schedule = {};
+    schedule.start_hour = startHour;
+    schedule.start_minute = startMinute;
+    schedule.end_hour = endHour;
+    schedule.end_minute = endMinute;
+    return schedule;
+}
+
+TEST(Window, OverMidnightIncludesBothItsMinutes)
+{
+    const Schedule night = window(22, 0, 6, 0);
+    EXPECT_EQ(inWindow(night, 21, 59), 0);
+    EXPECT_EQ(inWindow(night, 22, 0), 1);
+    EXPECT_EQ(inWindow(night, 23, 30), 1);
+    EXPECT_EQ(inWindow(night, 0, 0), 1);
+    EXPECT_EQ(inWindow(night, 6, 0), 1);
+    EXPECT_EQ(inWindow(night, 6, 1), 0);
+}
+
+TEST(Window, OfOneHourDoesNotGoRoundMidnight)
+{
+    for (int minute = 0; minute < 24 * 60; ++minute)
+        EXPECT_EQ(inWindow(window(10, 50, 10, 10), minute / 60, minute % 60), 0);
+    EXPECT_EQ(inWindow(window(10, 10, 10, 50), 10, 10), 1);
+    EXPECT_EQ(inWindow(window(10, 10, 10, 50), 10, 50), 1);
+    EXPECT_EQ(inWindow(window(10, 10, 10, 50), 10, 51), 0);
+}
+
+TEST(Window, GatesTheMacroItNamesOnItsDaysWhileEnabled)
+{
+    Schedule schedule = window(8, 0, 17, 30);
+    strcpy(schedule.macro, "M");
+    schedule.enabled = 1;
+    schedule.weekdays = 1 << 2;  // Tuesday
+    ListNode head;
+    listInit(&head);
+    listAddTail(&schedule.node, &head);
+    tm local = {};
+    local.tm_hour = 12;
+    local.tm_wday = 2;
+    EXPECT_EQ(checkMacroInSchedules(&head, "M", local), 1);
+    EXPECT_EQ(checkMacroInSchedules(&head, "m", local), 0);
+    EXPECT_EQ(checkMacroInSchedules(&head, nullptr, local), 0);
+    local.tm_wday = 3;
+    EXPECT_EQ(checkMacroInSchedules(&head, "M", local), 0);
+    local.tm_wday = 2;
+    schedule.enabled = 0;
+    EXPECT_EQ(checkMacroInSchedules(&head, "M", local), 0);
+}

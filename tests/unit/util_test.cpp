@@ -1,0 +1,140 @@
+#include "main/util.h"
+
+#include "daemon_in_process.h"
+
+#include <csignal>
+#include <cstring>
+#include <pthread.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+using support::eventually;
+
+TEST(JsonStrCopy, CopiesTextsOfUpTo126Characters)
+{
+    char field[TEXT_SIZE] = "before";
+    const std::string longest(126, 'a');
+    EXPECT_EQ(JsonStrCopy(field, longest.c_str()), 1);
+    EXPECT_EQ(field, longest);
+    EXPECT_EQ(JsonStrCopy(field, ""), 1);
+    EXPECT_STREQ(field, "");
+}
+
+TEST(JsonStrCopy, RefusesLongerTextsAndLeavesTheField)
+{
+    for (const size_t length : {127, 128, 1000}) {
+        char field[TEXT_SIZE] = "before";
+        const std::string tooLong(length, 'a');
+        forgetLog();
+        EXPECT_EQ(JsonStrCopy(field, tooLong.c_str()), 0);
+        EXPECT_STREQ(field, "before");
+        EXPECT_EQ(logLines(), (std::vector<LogLine>{
+                                  {6, "JsonStrCopy", "src str too long: " + tooLong + "\n"}}));
+    }
+}
+
+TEST(JsonStrCopy, RefusesNullPointers)
+{
+    char field[TEXT_SIZE] = "before";
+    EXPECT_EQ(JsonStrCopy(field, nullptr), 0);
+    EXPECT_EQ(JsonStrCopy(nullptr, "text"), 0);
+    EXPECT_STREQ(field, "before");
+    EXPECT_THAT(logTexts(), testing::Contains(testing::StartsWith("NULL error, dst: 0x")).Times(2));
+}
+
+TEST(copyNameBeforeParen, DropsTheParenthesisAndTheCharacterBeforeIt)
+{
+    const std::pair<const char *, const char *> cases[] = {{"Lamp (2)", "Lamp"},
+                                                           {"Lamp(2)", "Lam"},
+                                                           {"(2) Lamp", "(2) Lamp"},
+                                                           {"Lamp", "Lamp"},
+                                                           {"Lamp (hall)", "Lamp"},
+                                                           {"ab(x)", "a"},
+                                                           {"a(x)", ""},
+                                                           {"", ""},
+                                                           {"Lamp (a) (b)", "Lamp"}};
+    for (const auto &[source, expected] : cases) {
+        char field[TEXT_SIZE] = "before";
+        EXPECT_EQ(copyNameBeforeParen(field, source), field);
+        EXPECT_STREQ(field, expected) << source;
+    }
+}
+
+TEST(copyNameBeforeParen, NeverCutsACharacterInTwo)
+{
+    char field[TEXT_SIZE] = {};
+    EXPECT_STREQ(copyNameBeforeParen(field, "居間灯(2)"), "居間");
+}
+
+TEST(copyNameBeforeParen, CutsANameToItsField)
+{
+    char field[TEXT_SIZE] = {};
+    copyNameBeforeParen(field, std::string(1000, 'a').c_str());
+    EXPECT_EQ(field, std::string(127, 'a'));
+}
+
+TEST(copyBounded, StoresWholeWhatFitsAndLogsWhatItCuts)
+{
+    char field[8];
+    copyBounded(field, sizeof field, "1234567");
+    EXPECT_STREQ(field, "1234567");
+    EXPECT_TRUE(logLines().empty());
+    copyBounded(field, sizeof field, "12345678");
+    EXPECT_STREQ(field, "1234567");
+    ASSERT_EQ(logLines().size(), 1u);
+    EXPECT_EQ(logLines()[0].level, 6);
+    copyBounded(field, sizeof field, "12345居");  // three bytes, of which two would fit
+    EXPECT_STREQ(field, "12345");
+}
+
+static void ignoreSignal(int)
+{
+}
+
+TEST(doNanoSleep, SleepsItsWholeTimeThroughSignals)
+{
+    struct sigaction action = {};
+    action.sa_handler = ignoreSignal;
+    sigaction(SIGUSR2, &action, nullptr);
+    std::atomic<pthread_t> sleeper{};
+    const auto begin = std::chrono::steady_clock::now();
+    std::thread thread([&] {
+        sleeper = pthread_self();
+        doNanoSleep(1, 0);
+    });
+    ASSERT_TRUE(eventually([&] { return sleeper != pthread_t{}; }));
+    for (size_t interruption = 1; interruption <= 2; ++interruption) {
+        // A signal that comes before the sleep begins does not interrupt it: send until one did.
+        ASSERT_TRUE(eventually([&] {
+            pthread_kill(sleeper, SIGUSR2);
+            return logLines().size() >= interruption;
+        }));
+    }
+    thread.join();
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s);
+    for (const LogLine &line : logLines()) {
+        EXPECT_EQ(line.level, 4);
+        EXPECT_THAT(line.text, testing::StartsWith("remaining time: 0."));
+    }
+}
+
+TEST(getCurTime, GivesEachThreadATimeOfItsOwn)
+{
+    const tm *mine = getCurTime();
+    const tm *others = nullptr;
+    std::thread([&] { others = getCurTime(); }).join();
+    EXPECT_NE(mine, others);
+    const time_t now = time(nullptr);
+    const tm expected = *localtime(&now);
+    EXPECT_EQ(getCurTime()->tm_yday, expected.tm_yday);
+}
+
+TEST(json_dumps_dbg, WritesCompactSortedAscii)
+{
+    const Value value(R"({"b": "ü", "a": 1})");
+    char *text = json_dumps_dbg(value, JSON_TEXT_FLAGS);
+    EXPECT_STREQ(text, R"({"a":1,"b":"\u00FC"})");
+    free(text);
+    EXPECT_EQ(json_dumps_dbg(nullptr, JSON_TEXT_FLAGS), nullptr);
+    static_assert(JSON_TEXT_FLAGS == 224);
+}
