@@ -4,6 +4,7 @@
 #include "bus/outbound_io.h"
 #include "main/log.h"
 #include "main/scope.h"
+#include "main/threads.h"
 
 #include <pthread.h>
 
@@ -41,7 +42,7 @@ int app_dbus_init()
     }
     // The connection is published last: nobody uses it yet should it have to be closed again.
     pthread_t listener;
-    if (pthread_create(&listener, nullptr, dbus_listen, nullptr) != 0) {
+    if (createThread(&listener, dbus_listen, nullptr) != 0) {
         LOG(ERROR, "pthread_create fail\n");
         dbus_connection_close(connection);
         dbus_connection_unref(connection);

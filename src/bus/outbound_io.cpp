@@ -2,6 +2,7 @@
 
 #include "main/locks.h"
 #include "main/log.h"
+#include "main/threads.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -95,7 +96,7 @@ bool startOutbound(DBusConnection *connection)
     stopRequested = false;
     wakeUpFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     dbus_connection_set_wakeup_main_function(connection, ringWakeUp, nullptr, nullptr);
-    if (wakeUpFd < 0 || pthread_create(&ioThread, nullptr, driveConnection, connection) != 0) {
+    if (wakeUpFd < 0 || createThread(&ioThread, driveConnection, connection) != 0) {
         LOG(ERROR, "The outbound connection cannot be driven\n");
         closeConnection(connection);
         return false;

@@ -5,6 +5,7 @@
 #include "events/event_log.h"
 #include "main/log.h"
 #include "main/scope.h"
+#include "main/threads.h"
 #include "main/waits.h"
 #include "scene/device_values.h"
 #include "scene/runner.h"
@@ -43,7 +44,7 @@ void startMacroThread(const Macro &macro, const GetDev_dev &device, const GetDev
             interruptWait(older.wait);
     }
     listAddTail(&record->node, &doSceneThrListHead);
-    if (pthread_create(&record->thread, nullptr, doSceneThread, record) != 0) {
+    if (createThread(&record->thread, doSceneThread, record) != 0) {
         LOG_AS("doEvent", ERROR, "pthread_create fail\n");  // Deliberate: the record stays listed.
         record->thread = 0;
     }

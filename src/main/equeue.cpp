@@ -2,6 +2,7 @@
 
 #include "main/log.h"
 #include "main/settings.h"
+#include "main/threads.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -120,6 +121,6 @@ int equeue_thread_init()
     readIndex = 0;
     writeIndex = 0;
     pthread_t worker;
-    started = pthread_create(&worker, nullptr, equeueWorker, nullptr) == 0;
+    started = createThread(&worker, equeueWorker, nullptr) == 0;
     return 0;
 }

@@ -4,11 +4,12 @@
 #include "main/log.h"
 #include "main/settings.h"
 
+#include <atomic>
 #include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
 
-static volatile sig_atomic_t endRequested;
+static std::atomic<bool> endRequested;
 
 void blockTickSignals()
 {
@@ -36,7 +37,7 @@ static void alarmHandler(int)
 
 static void endHandler(int)
 {
-    endRequested = 1;
+    endRequested = true;
 }
 
 static void startDebugger()

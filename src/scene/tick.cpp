@@ -5,6 +5,7 @@
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/settings.h"
+#include "main/threads.h"
 #include "main/util.h"
 #include "main/waits.h"
 #include "scene/reply_check.h"
@@ -171,7 +172,7 @@ static void *takeTicks(void *)
 void startTickThread()
 {
     pthread_t thread;
-    if (pthread_create(&thread, nullptr, takeTicks, nullptr) != 0) {
+    if (createThread(&thread, takeTicks, nullptr) != 0) {
         LOG(ERROR, "pthread_create fail\n");
         exit(1);
     }

@@ -192,7 +192,6 @@ TEST(EventQueue, ThrottlesAProducerAndLetsItInAfterTheEventInHand)
         std::atomic<bool> pushed{false};
         std::jthread producer([&] {
             tid = gettid();
-            somethingChanged();
             equeue_push(eventOf(99));
             pushed = true;
             somethingChanged();

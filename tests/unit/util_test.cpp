@@ -114,7 +114,7 @@ TEST(doNanoSleep, SleepsItsWholeTimeThroughSignals)
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s);
     for (const LogLine &line : logLines()) {
         EXPECT_EQ(line.level, 4);
-        EXPECT_THAT(line.text, testing::StartsWith("remaining time: 0."));
+        EXPECT_THAT(line.text, testing::StartsWith("remaining time: "));
     }
 }
 

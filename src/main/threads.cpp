@@ -1,0 +1,17 @@
+#include "main/threads.h"
+
+#include <csignal>
+#include <initializer_list>
+
+int createThread(pthread_t *thread, void *(*body)(void *), void *argument)
+{
+    sigset_t blocked;
+    sigset_t before;
+    sigfillset(&blocked);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
+        sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    const int failure = pthread_create(thread, nullptr, body, argument);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return failure;
+}
