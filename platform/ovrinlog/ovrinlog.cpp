@@ -42,6 +42,9 @@ int ovrin_log_write(int level, const char *function, int line, const char *, con
 
     while (length > 0 && text[length - 1] == '\n')
         --length;
+    // Whatever a text brings along, a call is one line.
+    std::replace_if(
+        text, text + length, [](char c) { return c == '\n' || c == '\r'; }, ' ');
     text[length++] = '\n';
     return write(STDERR_FILENO, text, length) < 0 ? -1 : 0;
 }

@@ -38,7 +38,7 @@ HandlerResult app_dbus_doScenemode(DBusConnection *connection, DBusMessage *mess
     const char *mode;
     if (!readText(message, &mode))
         return NOT_HANDLED;
-    applySceneMode(mode);
+    applySceneMode(__func__, mode);
     sendText(connection, reply.get(), mode);
     return HANDLED;
 }

@@ -77,6 +77,14 @@ int parseAll(const char *text)
     return result;
 }
 
+// No list, but built like one: with its defaults when nobody has set it.
+LOCKING(requires_capability(alarm_mutex))
+static json_t *buildAlarm(ListNode *)
+{
+    ensureAlarm();
+    return alarmToJson(ovrinAlarm);
+}
+
 struct WrittenGroup {
     const char *key;
     Mutex *mutex;
@@ -84,6 +92,7 @@ struct WrittenGroup {
     json_t *(*build)(ListNode *head);
 };
 
+// In the order in which the groups are built.
 static constexpr WrittenGroup WRITTEN_GROUPS[] = {
     {"targetNames", &targetNamesList_mutex, &targetNamesListHead, targetNamesToJson},
     {"cameras", &camerasList_mutex, &camerasListHead, camerasToJson},
@@ -92,21 +101,9 @@ static constexpr WrittenGroup WRITTEN_GROUPS[] = {
     {"rooms", &roomsList_mutex, &roomsListHead, roomsToJson},
     {"schedules", &schedulesList_mutex, &schedulesListHead, schedulesToJson},
     {"eventFilter", &eventFilter_mutex, &eventFilterListHead, eventFilterToJson},
+    {"alarm", &alarm_mutex, nullptr, buildAlarm},
     {"registeredDevices", &pushDevList_mutex, &pushDevsListHead, registeredDevicesToJson},
 };
-
-static json_t *buildAlarm()
-{
-    const MutexLock lock(alarm_mutex);
-    ensureAlarm();
-    return alarmToJson(ovrinAlarm);
-}
-
-static void addGroup(json_t *root, const char *key, json_t *value)
-{
-    if (value)
-        json_object_set_new(root, key, value);
-}
 
 json_t *getAllAppConfig()
 {
@@ -115,8 +112,9 @@ json_t *getAllAppConfig()
         return nullptr;
     for (const WrittenGroup &group : WRITTEN_GROUPS) {
         const MutexLock lock(*group.mutex);  // one list at a time, never two
-        addGroup(root, group.key, group.build(group.head));
+        json_t *value = group.build(group.head);
+        if (value)
+            json_object_set_new(root, group.key, value);
     }
-    addGroup(root, "alarm", buildAlarm());
     return root;
 }

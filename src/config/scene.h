@@ -69,7 +69,8 @@ int setBuildinSiren(json_t *object, Scene *scene);
 // A new scene that is in no list, or null without memory.
 Scene *setNewScene(json_t *object);
 
-// New values that the caller owns; null for a null record.
+// New values that the caller owns. sceneToJson gives null for a null scene; the others want a
+// record.
 json_t *sceneToJson(const Scene *scene);
 json_t *compToJson(const Comp *comp);
 json_t *buildinSirenToJson(const BuildinSiren *siren);

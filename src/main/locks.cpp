@@ -80,10 +80,6 @@ static constexpr MutexEntry OTHER_MUTEXES[] = {
 // The promised order, which a run need not have met yet to be held to it.
 static constexpr Mutex *PROMISED[][2] = {
     {&equeue_mutex, &tick_mutex},
-    {&tick_mutex, &macroList_mutex},
-    {&tick_mutex, &resumeSceneList_mutex},
-    {&tick_mutex, &homeSceneResumeList_mutex},
-    {&tick_mutex, &scene_int_mutex},
     {&macroList_mutex, &doSceneThrList_mutex},
     {&doSceneThrList_mutex, &schedulesList_mutex},
     {&doSceneThrList_mutex, &scenesList_mutex},
@@ -98,6 +94,8 @@ static constexpr Mutex *PROMISED[][2] = {
     {&scene_int_mutex, &Macro_op_mutex},
     {&Macro_op_mutex, &TheadList_mutex},
     {&pushDevList_mutex, &sysCmdList_mutex},
+    {&app_config_mutex, &settings_mutex},
+    {&doscene_act_mutex, &reply_mutex},
 };
 
 static constexpr int MAX_MUTEXES = 40;
@@ -127,6 +125,10 @@ static void learnPromisedOrder()
         known[knownCount++] = &entry;
     for (const MutexEntry &entry : OTHER_MUTEXES)
         known[knownCount++] = &entry;
+    for (int i = 0; i < knownCount; ++i) {
+        if (known[i]->mutex != &equeue_mutex && known[i]->mutex != &tick_mutex)
+            before[indexOf(&tick_mutex)][i] = true;
+    }
     for (const auto &pair : PROMISED)
         before[indexOf(pair[0])][indexOf(pair[1])] = true;
 }
@@ -227,9 +229,10 @@ void Condition::wakeAll()
     pthread_cond_broadcast(&condition);
 }
 
+static constexpr long NANOSECONDS = 1'000'000'000;
+
 timespec monotonicDeadline(const timespec &fromNow)
 {
-    static constexpr long NANOSECONDS = 1'000'000'000;
     timespec deadline;
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += fromNow.tv_sec;
@@ -239,6 +242,20 @@ timespec monotonicDeadline(const timespec &fromNow)
         ++deadline.tv_sec;
     }
     return deadline;
+}
+
+timespec timeUntil(const timespec &deadline)
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    timespec left = {deadline.tv_sec - now.tv_sec, deadline.tv_nsec - now.tv_nsec};
+    if (left.tv_nsec < 0) {
+        left.tv_nsec += NANOSECONDS;
+        --left.tv_sec;
+    }
+    if (left.tv_sec < 0)
+        left = {0, 0};
+    return left;
 }
 
 void appPthreadMutexInit()

@@ -54,6 +54,8 @@ private:
 
 // Now on the monotonic clock plus the given time.
 timespec monotonicDeadline(const timespec &fromNow);
+// What is left until then; nothing when it has passed.
+timespec timeUntil(const timespec &deadline);
 
 // The order of the locks, left before right:
 //
@@ -64,6 +66,8 @@ timespec monotonicDeadline(const timespec &fromNow);
 //   Macro_op → TheadList
 //   scene_int → Macro_op
 //   pushDevList → sysCmdList
+//   app_config → settings
+//   doscene_act → reply
 //
 // Macro_op comes after every list of scenes or macros, for copying and freeing a scene takes it.
 // Locks that are not named here are held alone, or last.
@@ -81,7 +85,7 @@ extern Mutex homeSceneResumeList_mutex;
 extern Mutex pushDevList_mutex;
 extern Mutex targetNamesList_mutex;
 extern Mutex camerasList_mutex;
-extern Mutex app_config_mutex;  // every read and write of the stored files
+extern Mutex app_config_mutex;  // reading and writing appSetup.json, and writing its neighbour
 extern Mutex sysCmdList_mutex;
 extern Mutex eventLog_mutex;
 extern Mutex macroEventLog_mutex;

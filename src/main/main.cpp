@@ -29,7 +29,7 @@ static constexpr const char *USAGE =
     "  DBUS_SYSTEM_BUS_ADDRESS  bus to use in place of the system bus\n"
     "  OVRIN_LOG_LEVEL          least level that is logged, 2 (trace) to 6 (error), default 4\n"
     "\n"
-    "Signals: SIGUSR1 looks at the schedules, SIGTERM ends the daemon.\n";
+    "Signals: SIGTERM and SIGINT end the daemon.\n";
 
 static int answerArguments(const char *argument)
 {
@@ -62,7 +62,10 @@ int main(int argc, char **argv)
     LOG(DEBUG, "mainPid: %d\n", mainPid.load());
     installSignalHandlers();
     ualarm(FIRST_ALARM_MICROSECONDS, 0);
-    apr_initialize();
+    if (apr_initialize() != APR_SUCCESS) {
+        LOG(ERROR, "apr_initialize fail\n");
+        return 1;
+    }
     startUp();
     equeue_doEvent_register(doEvent);
     equeue_thread_init();

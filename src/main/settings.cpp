@@ -29,6 +29,9 @@ std::atomic<const char *> lan_mac;
 static constexpr size_t UUID_LENGTH = 20;
 static constexpr const char *PUSH_CUSTOMER = "Kovalo";
 
+// Reading the settings is a step of the start-up and logs in its name.
+static constexpr const char *START = "main";
+
 static int integerSetting(apr_pool_t *pool, const char *key)
 {
     const char *value = app_dbus_get_nvram(pool, key);
@@ -47,9 +50,11 @@ void getTUTKUUID(const char *value)
         LOG(INFO, "tutkUUID is not set\n");
         return;
     }
+    char uuid[UUID_SIZE];
+    copyBounded(uuid, sizeof uuid, value);
+    LOG(INFO, "tutkUUID: %s\n", uuid);
     const MutexLock lock(settings_mutex);
-    copyBounded(tutkUUID, sizeof tutkUUID, value);
-    LOG(INFO, "tutkUUID: %s\n", tutkUUID);
+    strcpy(tutkUUID, uuid);
 }
 
 static void readUuid(apr_pool_t *pool)
@@ -64,22 +69,22 @@ static void readUuid(apr_pool_t *pool)
         getTUTKUUID(app_dbus_get_nvram(pool, "UUID"));
 }
 
-void applySceneMode(const char *value)
+void applySceneMode(const char *caller, const char *value)
 {
     if (value && strcmp(value, "1") == 0) {
         Check_reply = 1;
-        LOG(INFO, "scene name 1: %s\n", value);
+        LOG_AS(caller, INFO, "scene name 1: %s\n", value);
     } else if (value && strcmp(value, "0") == 0) {
         Check_reply = 0;
-        LOG(INFO, "scene name 0: %s\n", value);
+        LOG_AS(caller, INFO, "scene name 0: %s\n", value);
     }
 }
 
 static void readSceneMode(apr_pool_t *pool)
 {
     const char *value = app_dbus_get_nvram(pool, "doscenemode");
-    LOG(INFO, "nvram read doscenemode value= %s\n", value ? value : "");
-    applySceneMode(value);
+    LOG_AS(START, INFO, "nvram read doscenemode value= %s\n", value ? value : "");
+    applySceneMode(START, value);
 }
 
 static void readCustomer(apr_pool_t *pool)
@@ -88,9 +93,9 @@ static void readCustomer(apr_pool_t *pool)
     const bool pushCustomer = value && strcmp(value, PUSH_CUSTOMER) == 0;
     Enablupdatepush = pushCustomer ? 1 : 0;
     if (pushCustomer)
-        LOG(INFO, "customer name Kovalo 1: %s\n", value);
+        LOG_AS(START, INFO, "customer name Kovalo 1: %s\n", value);
     else
-        LOG(INFO, "customer name NULL: %s\n", value ? value : "");
+        LOG_AS(START, INFO, "customer name NULL: %s\n", value ? value : "");
 }
 
 static void readPosition(apr_pool_t *pool)
@@ -133,6 +138,8 @@ char *hardwareAddress(const char *interfaceName)
         if (asprintf(&text, "%02X:%02X:%02X:%02X:%02X:%02X", byte[0], byte[1], byte[2], byte[3],
                      byte[4], byte[5]) < 0)
             text = nullptr;
+        if (!text)
+            LOG(ERROR, "calloc fail\n");
     }
     close(socketFd);
     return text;

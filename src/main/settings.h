@@ -10,7 +10,7 @@
 
 extern std::atomic<int> appstart_time_flag;  // the clock has been set since boot
 extern std::atomic<int> checkbox;
-extern std::atomic<int> timeZone;     // for the platform's libraries; nothing here reads it
+extern std::atomic<int> timeZone;     // kept for completeness; nothing reads it
 extern std::atomic<int> enast;        // sunrise and sunset clock enabled
 extern std::atomic<int> enswitchall;  // kept for completeness; nothing reads it
 extern std::atomic<int> Check_reply;  // scene runs are announced to device 511
@@ -31,7 +31,7 @@ extern std::atomic<const char *> lan_mac;
 
 // "doscenemode" as nvram and the bus give it: "1" and "0" switch Check_reply, any other text leaves
 // it. Null counts as another text.
-void applySceneMode(const char *value);
+void applySceneMode(const char *caller, const char *value);
 
 // Reads every setting from nvram, in the fixed order. A missing answer counts as 0, or as unset.
 void readSettings(apr_pool_t *pool);

@@ -50,27 +50,44 @@ static void startDebugger()
     execve("/bin/sh", arguments, environ);
 }
 
-// Logs and calls for the debugger in a child: the crash may have happened in the logging library or
-// the allocator with a lock held, which would hold up the child for two seconds and this process
-// not at all. _Fork takes no lock.
+// In a child: signals as at the start of a program. Takes no lock.
+static void resetSignals()
+{
+    for (const int number : {SIGALRM, SIGUSR1, SIGSEGV, SIGTERM, SIGINT, SIGPIPE})
+        signal(number, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+static void awaitChild(pid_t child)
+{
+    if (child > 0)
+        waitpid(child, nullptr, 0);
+}
+
+// The crash may have happened in the logging library or the allocator, with a lock held that nobody
+// will release. So one child logs, for two seconds at the most, and another calls for the debugger;
+// _Fork takes no lock.
 static void sighandler(int number)
 {
+    static constexpr unsigned LONGEST_SECONDS = 2;
     app_quit = 1;
-    const pid_t child = _Fork();
-    if (child == 0) {
-        static constexpr unsigned LONGEST_SECONDS = 2;
-        for (const int caught : {SIGALRM, SIGUSR1, SIGTERM})
-            signal(caught, SIG_DFL);
-        sigset_t none;
-        sigemptyset(&none);
-        sigprocmask(SIG_SETMASK, &none, nullptr);
+    const pid_t logging = _Fork();
+    if (logging == 0) {
+        resetSignals();
         alarm(LONGEST_SECONDS);
         LOG(ERROR, "catch %d\n", number);
+        _exit(0);
+    }
+    awaitChild(logging);
+    const pid_t calling = _Fork();
+    if (calling == 0) {
+        resetSignals();
         startDebugger();
         _exit(1);
     }
-    if (child > 0)
-        waitpid(child, nullptr, 0);
+    awaitChild(calling);
     _exit(1);
 }
 
@@ -92,16 +109,23 @@ void installSignalHandlers()
     install(SIGALRM, alarmHandler, SA_RESTART);
 }
 
-void runMainLoop()
+static void changeScheduleSignal(int how)
 {
-    install(SIGTERM, endHandler, 0);
     sigset_t scheduleSignal;
     sigemptyset(&scheduleSignal);
     sigaddset(&scheduleSignal, SIGUSR1);
-    pthread_sigmask(SIG_UNBLOCK, &scheduleSignal, nullptr);
+    pthread_sigmask(how, &scheduleSignal, nullptr);
+}
 
+// Not analysed: the lock is never given back, so that no file is opened any more on the way out.
+LOCKING(no_thread_safety_analysis)
+void runMainLoop()
+{
+    install(SIGTERM, endHandler, 0);
+    install(SIGINT, endHandler, 0);
+    changeScheduleSignal(SIG_UNBLOCK);
     while (app_quit == 0 && !endRequested)
         sleep(1);
-
-    const MutexLock noFileIsBeingWritten(app_config_mutex);
+    changeScheduleSignal(SIG_BLOCK);
+    lockMutex(app_config_mutex);
 }

@@ -1,5 +1,5 @@
 // Signals. SIGALRM is the tick's and is taken by the tick thread alone; SIGUSR1 asks for the
-// schedules and runs on the main thread alone; SIGSEGV and SIGTERM end the process.
+// schedules and runs on the main thread alone; SIGSEGV, SIGTERM and SIGINT end the process.
 
 #pragma once
 
@@ -9,7 +9,7 @@ void blockTickSignals();
 // Installs the handlers of SIGUSR1, SIGSEGV and SIGALRM.
 void installSignalHandlers();
 
-// The main thread's loop, entered when it holds nothing: takes SIGUSR1 from here on, and sleeps
-// until app_quit is set or SIGTERM has asked for the end. No stored file is being written when it
-// returns.
+// The main thread's loop, entered when it holds nothing: takes SIGUSR1 while it is in there, and
+// sleeps until app_quit is set or SIGTERM or SIGINT has asked for the end. From its return on no
+// stored file is written.
 void runMainLoop();

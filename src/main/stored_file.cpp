@@ -1,14 +1,15 @@
 #include "main/stored_file.h"
 
+#include "main/locks.h"
 #include "main/log.h"
 #include "main/scope.h"
-#include "main/util.h"
 
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -83,9 +84,29 @@ char *jsonStrReadFromFile(const char *path)
         start = 2;
     }
     // The file's size rules, not the length field.
-    if (fread(text.get() + start, 1, size - sizeof prefix, file.get()) == 0)
+    if (fread(text.get() + start, 1, size - sizeof prefix, file.get()) != size - sizeof prefix) {
         LOG(ERROR, "%s cannot be read\n", path);
+        return nullptr;
+    }
     return text.release();
+}
+
+static void writeLayout(FILE *file, const char *buffer, size_t size)
+{
+    const auto length = static_cast<uint32_t>(size);
+    const unsigned char field[LENGTH_FIELD] = {
+        static_cast<unsigned char>(length),
+        static_cast<unsigned char>(length >> 8),
+        static_cast<unsigned char>(length >> 16),
+        static_cast<unsigned char>(length >> 24),
+    };
+    // Unbuffered, so that a write that stores nothing shows here and not at the close.
+    setvbuf(file, nullptr, _IONBF, 0);
+    const size_t fieldWritten = fwrite(field, 1, sizeof field, file);
+    const size_t written = fwrite(buffer, 1, size, file);
+    if (fieldWritten == 0 || written == 0)
+        LOG_AS("bufWriteToFile", DEBUG, "fwrite fail writeSize: %d, size: %d\n",
+               static_cast<int>(written), static_cast<int>(size));
 }
 
 int bufWriteToFile(const char *path, const char *text, size_t size)
@@ -96,23 +117,13 @@ int bufWriteToFile(const char *path, const char *text, size_t size)
         return -1;
     }
     memcpy(buffer.get(), text, strnlen(text, size));
-    const OwnedFile file(fopen(path, "w+"));
+    OwnedFile file(fopen(path, "w+"));
     if (!file) {
         perror("fopen");
         return -1;
     }
-    const auto length = static_cast<uint32_t>(size);
-    const unsigned char field[LENGTH_FIELD] = {
-        static_cast<unsigned char>(length),
-        static_cast<unsigned char>(length >> 8),
-        static_cast<unsigned char>(length >> 16),
-        static_cast<unsigned char>(length >> 24),
-    };
-    const size_t fieldWritten = fwrite(field, 1, sizeof field, file.get());
-    const size_t written = fwrite(buffer.get(), 1, size, file.get());
-    if (fieldWritten == 0 || written == 0)
-        LOG(DEBUG, "fwrite fail writeSize: %d, size: %d\n", static_cast<int>(written),
-            static_cast<int>(size));
+    writeLayout(file.get(), buffer.get(), size);
+    file.reset();
     setConfigTime(time(nullptr));
     return 0;
 }

@@ -6,12 +6,9 @@
 
 #pragma once
 
-#include "main/locks.h"
-
 #include <cstddef>
-#include <ctime>
 
-// The two documents. APP_DATA_DIR, when set, stands in for /mnt/OvrinData; it is read once.
+// The two documents. APP_DATA_DIR, when set, stands in for /mnt/OvrinData; it is read once a path.
 const char *appSetupPath();
 const char *scheduleResumePath();
 

@@ -1,9 +1,10 @@
 #include "main/util.h"
 
+#include "main/locks.h"
 #include "main/log.h"
 
-#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
@@ -21,10 +22,16 @@ char *json_dumps_dbg(const json_t *value, size_t flags)
     return json_dumps(value, flags);
 }
 
+// Sleeps to a fixed moment: the remainders that the system reports are a little too long, and would
+// add up with every signal.
 void doNanoSleep(long seconds, long nanoseconds)
 {
-    timespec remaining = {seconds, nanoseconds};
-    while (nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
+    static constexpr long NANOSECONDS = 1'000'000'000;
+    if (seconds < 0 || nanoseconds < 0 || nanoseconds >= NANOSECONDS)
+        return;
+    const timespec deadline = monotonicDeadline({seconds, nanoseconds});
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
+        const timespec remaining = timeUntil(deadline);
         LOG(INFO, "remaining time: %ld.%ld sec, tid: %d\n", static_cast<long>(remaining.tv_sec),
             remaining.tv_nsec, gettid());
     }
@@ -54,38 +61,45 @@ static size_t wholeCharacters(const char *text, size_t length)
     return length;
 }
 
-static void copyPart(char *destination, size_t size, const char *source, size_t length)
+static void copyPart(const char *caller, char *destination, size_t size, const char *source,
+                     size_t length)
 {
     if (length >= size) {
         length = wholeCharacters(source, size - 1);
-        LOG(ERROR, "text is cut to %zu bytes: %s\n", length, source);
+        LOG_AS(caller, ERROR, "text is cut to %zu bytes: %s\n", length, source);
     }
     memcpy(destination, source, length);
     destination[length] = '\0';
 }
 
-void copyBounded(char *destination, size_t size, const char *source)
+void copyBounded(char *destination, size_t size, const char *source, const char *caller)
 {
-    copyPart(destination, size, source, strlen(source));
+    copyPart(caller, destination, size, source, strlen(source));
 }
 
 char *copyNameBeforeParen(char (&destination)[TEXT_SIZE], const char *source)
 {
     const char *parenthesis = strchr(source, '(');
     size_t length = strlen(source);
-    // Deliberate: the character before the parenthesis goes too, as a rule a space.
+    // Deliberate: the character before the parenthesis goes too, as a rule a space. A character,
+    // not a byte: the name stays valid UTF-8.
     if (parenthesis && parenthesis > source)
         length = wholeCharacters(source, static_cast<size_t>(parenthesis - source) - 1);
-    copyPart(destination, sizeof destination, source, length);
+    copyPart(__func__, destination, sizeof destination, source, length);
     return destination;
 }
 
 char *copyText(const char *text)
 {
-    char *copy = text ? strdup(text) : nullptr;
-    if (text && !copy)
+    if (!text)
+        return nullptr;
+    const size_t size = strlen(text) + 1;
+    void *copy = calloc(1, size);
+    if (!copy) {
         LOG(ERROR, "calloc fail\n");
-    return copy;
+        return nullptr;
+    }
+    return static_cast<char *>(memcpy(copy, text, size));
 }
 
 char *copyToPool(apr_pool_t *pool, const char *text)

@@ -27,15 +27,17 @@ void doNanoSleep(long seconds, long nanoseconds);
 int JsonStrCopy(char *destination, const char *source);
 
 // Copies a device's name up to its parenthesis, without the character before it: "Lamp (2)" gives
-// "Lamp", "Lamp(2)" gives "Lam". Cut to the field. Returns the destination.
+// "Lamp", "Lamp(2)" gives "Lam". Cut to the field. Returns the destination. The source
+// may not be null.
 char *copyNameBeforeParen(char (&destination)[TEXT_SIZE], const char *source);
 
 // Copies what fits of a text, NUL-terminated and never ending within a character; logs when it had
 // to cut. Source may not be null.
-void copyBounded(char *destination, size_t size, const char *source);
+void copyBounded(char *destination, size_t size, const char *source,
+                 const char *caller = __builtin_FUNCTION());
 
 // A new copy of a text that the caller frees; null for null or without memory, which is logged.
 char *copyText(const char *text);
 
-// A copy of a text in the pool; null without a pool or memory.
+// A copy of a text, which may not be null, in the pool; null without a pool or memory.
 char *copyToPool(apr_pool_t *pool, const char *text);

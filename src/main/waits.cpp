@@ -5,21 +5,6 @@
 static Condition interrupted;
 static unsigned interruptions LOCKING(guarded_by(wait_mutex));
 
-static timespec timeUntil(const timespec &deadline)
-{
-    static constexpr long NANOSECONDS = 1'000'000'000;
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    timespec left = {deadline.tv_sec - now.tv_sec, deadline.tv_nsec - now.tv_nsec};
-    if (left.tv_nsec < 0) {
-        left.tv_nsec += NANOSECONDS;
-        --left.tv_sec;
-    }
-    if (left.tv_sec < 0)
-        left = {0, 0};
-    return left;
-}
-
 bool waitInterruptibly(timespec &remaining, WaitPoint &point)
 {
     const timespec deadline = monotonicDeadline(remaining);

@@ -48,7 +48,7 @@ TickPause::TickPause()
 {
     lockMutex(tick_mutex);
     // The mutex is not fair: without this, a row of events could keep a tick out that is due.
-    while (ticksWaiting > 0)
+    if (ticksWaiting > 0)
         tickPassed.wait(tick_mutex);
     left = ualarm(0, 0);
 }

@@ -1,5 +1,6 @@
-// What the unit tests share: the log as lines, memory that runs out when told to, and the daemon's
-// outbound connection on a private bus with the fakes around it.
+// What the unit tests share; each test is run in a process of its own. It is the log as lines,
+// memory that runs out when told to, and the daemon's outbound connection on a private bus with the
+// fakes around it.
 
 #pragma once
 

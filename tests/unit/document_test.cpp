@@ -47,6 +47,29 @@ TEST(Document, OfEmptyListsHasEveryGroup)
         R"("targetNames":{}})");
 }
 
+TEST(Document, BuildsItsGroupsInTheirOrder)
+{
+    json_t *root = getAllAppConfig();
+    std::vector<std::string> keys;
+    const char *key;
+    json_t *value;
+    json_object_foreach(root, key, value) keys.push_back(key);
+    json_decref(root);
+    EXPECT_THAT(keys, ElementsAre("targetNames", "cameras", "macros", "scenes", "rooms",
+                                  "schedules", "eventFilter", "alarm", "registeredDevices"));
+}
+
+TEST(Document, ShowsWhatItNeverReads)
+{
+    parseAll(R"({"registeredDevices":[{"token":"t"}],"schedules":[{"title":"S"}],
+        "eventFilter":[{"uid":-5,"channel":1}]})");
+    strcpy(FIRST_ELEMENT(RegDevices, node, &pushDevsListHead)->device->ver, "2");
+    FIRST_ELEMENT(Schedule, node, &schedulesListHead)->invisible = 3;
+    EXPECT_THAT(group("registeredDevices"), HasSubstr(R"("ver":"2")"));
+    EXPECT_THAT(group("schedules"), HasSubstr(R"("invisible":3)"));
+    EXPECT_EQ(group("eventFilter"), R"([{"channel":1}])");
+}
+
 TEST(Document, ThatIsNoJsonObjectChangesNothing)
 {
     EXPECT_EQ(parseAll("{\n\"scenes\": ["), 0);

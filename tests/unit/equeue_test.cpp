@@ -191,8 +191,9 @@ TEST(EventQueue, ThrottlesAProducerAndLetsItInAfterTheEventInHand)
         std::atomic<pid_t> tid{0};
         std::atomic<bool> pushed{false};
         std::jthread producer([&] {
+            DeviceEvent *event = eventOf(99);
             tid = gettid();
-            equeue_push(eventOf(99));
+            equeue_push(event);
             pushed = true;
             somethingChanged();
         });

@@ -5,6 +5,7 @@
 #include "config/scene.h"
 #include "daemon_in_process.h"
 #include "main/config_file.h"
+#include "main/locks.h"
 #include "support/temp_dir.h"
 
 #include <cstring>
@@ -61,6 +62,24 @@ TEST_F(StoredFile, CannotBeWrittenWithoutItsFolder)
 {
     EXPECT_EQ(bufWriteToFile("/nowhere/appSetup.json", "{}", 3), -1);
     EXPECT_EQ(configTime(), 0);
+}
+
+TEST_F(StoredFile, SaysThatAFullDiskStoresNothing)
+{
+    const std::string text(299, 'x');
+    EXPECT_EQ(bufWriteToFile("/dev/full", text.c_str(), 300), 0);
+    EXPECT_EQ(logLines(), (std::vector<LogLine>{
+                              {3, "bufWriteToFile", "fwrite fail writeSize: 0, size: 300\n"}}));
+}
+
+TEST_F(StoredFile, StaysAsItWasWithoutMemory)
+{
+    folder.write("appSetup.json", storedLayout("{}"));
+    failAllocation(1);
+    EXPECT_EQ(bufWriteToFile(appSetupPath(), "[]", 3), -1);
+    EXPECT_EQ(*folder.read("appSetup.json"), storedLayout("{}"));
+    failAllocation(1);
+    EXPECT_EQ(readBack(), "(null)");
 }
 
 TEST_F(StoredFile, GivesNothingWhenItIsMissing)
