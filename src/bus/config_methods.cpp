@@ -8,6 +8,7 @@
 #include "config/scene.h"
 #include "config/schedule.h"
 #include "main/config_file.h"
+#include "main/json_memory.h"
 #include "main/locks.h"
 #include "main/log.h"
 #include "main/stored_file.h"
@@ -73,9 +74,11 @@ static HandlerResult answerJson(const char *caller, DBusConnection *connection,
     if (!readText(message, &word))
         return NOT_HANDLED;
     LOG_AS(caller, DEBUG, "word: %s\n", word);
-    const Owned<json_t> value = build(word);
+    const JsonMemory memory;
+    Owned<json_t> value = build(word);
     const Owned<char> text(json_dumps_dbg(value.get(), JSON_TEXT_FLAGS));
-    if (!text)
+    value.reset();
+    if (!text || memory.ranOut())
         return NOT_HANDLED;
     sendText(connection, reply.get(), text.get());
     return HANDLED;
@@ -104,7 +107,9 @@ HandlerResult app_dbus_jsonGetAll(DBusConnection *connection, DBusMessage *messa
 static bool mayWrite()
 {
     const Owned<apr_pool_t> pool = createPool();
-    const char *lock = pool ? app_dbus_get_nvram(pool.get(), "enablelock") : nullptr;
+    if (!pool)
+        return false;
+    const char *lock = app_dbus_get_nvram(pool.get(), "enablelock");
     const bool locked = lock && std::trunc(atof(lock)) == 1.0;
     return gateway_app_star2 != 0 && !locked;
 }

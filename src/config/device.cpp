@@ -2,8 +2,8 @@
 
 #include <cstdlib>
 
-std::atomic<unsigned char> comp_value_uid[COLOR_COMPONENTS];
-std::atomic<unsigned char> comp_value_color_val[COLOR_COMPONENTS];
+unsigned char comp_value_uid[COLOR_COMPONENTS];
+unsigned char comp_value_color_val[COLOR_COMPONENTS];
 
 GetDev *callocGetDev()
 {

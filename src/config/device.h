@@ -6,8 +6,7 @@
 #pragma once
 
 #include "config/record.h"
-
-#include <atomic>
+#include "main/locks.h"
 
 struct GetDev_channel_meter {
     Integer watt;
@@ -64,8 +63,8 @@ struct GetDev {
 
 // The colour components of the last channel that was parsed with "switch_color".
 static constexpr int COLOR_COMPONENTS = 5;
-extern std::atomic<unsigned char> comp_value_uid[COLOR_COMPONENTS];
-extern std::atomic<unsigned char> comp_value_color_val[COLOR_COMPONENTS];
+extern unsigned char comp_value_uid[COLOR_COMPONENTS] LOCKING(guarded_by(color_mutex));
+extern unsigned char comp_value_color_val[COLOR_COMPONENTS] LOCKING(guarded_by(color_mutex));
 
 GetDev *callocGetDev();
 GetDev_dev *callocGetDev_dev();

@@ -34,9 +34,10 @@ static bool readsSensor(const GetDev_channel &channel)
 {
     if (channel.functype == FUNC_METER && channel.ctrltype == CTRL_SWITCH)
         return false;
-    const Integer bit = channel.functype - FIRST_SENSOR_TYPE;
-    return channel.functype >= FIRST_SENSOR_TYPE && bit < SENSOR_TYPE_BITS &&
-           ((SENSOR_TYPES >> bit) & 1) != 0;
+    if (channel.functype < FIRST_SENSOR_TYPE ||
+        channel.functype >= FIRST_SENSOR_TYPE + SENSOR_TYPE_BITS)
+        return false;
+    return ((SENSOR_TYPES >> (channel.functype - FIRST_SENSOR_TYPE)) & 1) != 0;
 }
 
 int32_t getDevValByFuncType(const GetDev_channel *channel)

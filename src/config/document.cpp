@@ -10,6 +10,7 @@
 #include "config/scene.h"
 #include "config/schedule.h"
 #include "config/target_name.h"
+#include "main/json_memory.h"
 #include "main/locks.h"
 #include "main/log.h"
 #include "main/scope.h"
@@ -107,14 +108,13 @@ static constexpr WrittenGroup WRITTEN_GROUPS[] = {
 
 json_t *getAllAppConfig()
 {
-    json_t *root = json_object();
-    if (!root)
-        return nullptr;
+    const JsonMemory memory;
+    Owned<json_t> root(json_object());
     for (const WrittenGroup &group : WRITTEN_GROUPS) {
         const MutexLock lock(*group.mutex);  // one list at a time, never two
         json_t *value = group.build(group.head);
         if (value)
-            json_object_set_new(root, group.key, value);
+            json_object_set_new(root.get(), group.key, value);
     }
-    return root;
+    return memory.ranOut() ? nullptr : root.release();
 }

@@ -6,8 +6,6 @@
 
 GetDev *allDevs;
 
-static constexpr Integer SDK_DAEMON_UID = 256;
-
 static constexpr JsonField<GetDev_dev> DEVICE_FIELDS[] = {
     {"uid", &GetDev_dev::uid},
     {"battery", &GetDev_dev::battery},
@@ -59,6 +57,7 @@ GetDev_channel_switch_color *setGetDevice_device_channel_switch_color(json_t *ob
         return nullptr;
     readFields(object, *color, COLOR_FIELDS);
     const json_t *components = json_object_get(object, "comp_value");
+    const MutexLock lock(color_mutex);
     for (size_t i = 0; i < COLOR_COMPONENTS; ++i) {
         const json_t *component = json_array_get(components, i);
         comp_value_uid[i] = byteMember(component, "comp_id");
@@ -67,13 +66,21 @@ GetDev_channel_switch_color *setGetDevice_device_channel_switch_color(json_t *ob
     return color;
 }
 
-static void setChannel(json_t *object, GetDev_channel &channel)
+// A text that is copied whole; another kind of value is logged. In the name of the level it is on.
+static void setWholeText(const json_t *object, const char *key, Text &field, const char *level,
+                         const char *notAString)
 {
-    const char *beat = memberText(object, "lastbeattime");
-    if (beat)
-        copyBounded(channel.lastbeattime, sizeof channel.lastbeattime, beat);
+    const char *text = memberText(object, key);
+    if (text)
+        copyBounded(field, sizeof field, text, level);
     else
-        LOG(ERROR, "lastbeattime is not a string\n");
+        LOG_AS(level, ERROR, "%s", notAString);
+}
+
+static bool setChannel(json_t *object, GetDev_channel &channel, const char *level)
+{
+    setWholeText(object, "lastbeattime", channel.lastbeattime, level,
+                 "lastbeattime is not a string\n");
     const char *name = memberText(object, "name");
     if (name)
         copyNameBeforeParen(channel.name, name);
@@ -84,49 +91,48 @@ static void setChannel(json_t *object, GetDev_channel &channel)
     json_t *color = json_object_get(object, "switch_color");
     if (json_is_object(color))
         channel.switch_color = setGetDevice_device_channel_switch_color(color);
+    return (channel.meter || !json_is_object(meter)) &&
+           (channel.switch_color || !json_is_object(color));
 }
 
-void setGetDevice_device_channel(json_t *array, ListNode *head)
+bool setGetDevice_device_channel(json_t *array, ListNode *head)
 {
     // Deliberate: the text says "string" though an object is wanted.
     for (json_t *object : OBJECTS(array, "data %d is not a string\n")) {
         GetDev_channel *channel = callocGetDev_channel();
         if (!channel)
-            return;
-        setChannel(object, *channel);
+            return false;
         listAddTail(&channel->node, head);
+        if (!setChannel(object, *channel, __func__))
+            return false;
     }
+    return true;
 }
 
-static void setDevice(json_t *object, GetDev_dev &device)
+static bool setDevice(json_t *object, GetDev_dev &device, const char *level)
 {
-    const char *tamperTime = memberText(object, "lasttampertime");
-    if (tamperTime)
-        copyBounded(device.lasttampertime, sizeof device.lasttampertime, tamperTime);
-    else
-        LOG(ERROR, "lasttampertime is not a string\n");
-    const char *code = memberText(object, "code");
-    if (code)
-        copyBounded(device.code, sizeof device.code, code);
-    else
-        LOG(ERROR, "code is not a string\n");
+    setWholeText(object, "lasttampertime", device.lasttampertime, level,
+                 "lasttampertime is not a string\n");
+    setWholeText(object, "code", device.code, level, "code is not a string\n");
     readFields(object, device, DEVICE_FIELDS);
     json_t *channels = json_object_get(object, "channel");
     if (json_is_array(channels))
-        setGetDevice_device_channel(channels, &device.channels);
-    else
-        LOG(ERROR, "channel does not exist\n");
+        return setGetDevice_device_channel(channels, &device.channels);
+    LOG_AS(level, ERROR, "channel does not exist\n");
+    return true;
 }
 
-void setGetDevice_device(json_t *array, ListNode *head)
+bool setGetDevice_device(json_t *array, ListNode *head)
 {
     for (json_t *object : OBJECTS(array, "data %d is not a string\n")) {
         GetDev_dev *device = callocGetDev_dev();
         if (!device)
-            return;
-        setDevice(object, *device);
+            return false;
         listAddTail(&device->node, head);
+        if (!setDevice(object, *device, __func__))
+            return false;
     }
+    return true;
 }
 
 GetDev *setGetDevice(const char *text)
@@ -149,19 +155,23 @@ GetDev *setGetDevice(const char *text)
     if (!getDev)
         return nullptr;
     json_t *devices = json_object_get(root.get(), "device");
-    if (json_is_array(devices))
-        setGetDevice_device(devices, &getDev->devices);
-    else
+    if (!json_is_array(devices)) {
         LOG(ERROR, "device does not exist\n");
-    return getDev;
+        return getDev;
+    }
+    if (setGetDevice_device(devices, &getDev->devices))
+        return getDev;
+    freeGetDevice(getDev);  // half a snapshot would pass for a whole one
+    return nullptr;
 }
 
 void updateAllDev(apr_pool_t *pool)
 {
-    const char *reply = sendOvrinSdkCmd(pool, "getdevice", SDK_DAEMON_UID);
+    const char *reply = sendOvrinSdkCmd(pool, "getdevice", UID_SDK_DAEMON);
     const MutexLock lock(allDevs_mutex);
     if (allDevs)
         freeGetDevice(allDevs);
+    allDevs = nullptr;
     allDevs = setGetDevice(reply);
 }
 
@@ -187,6 +197,7 @@ json_t *switchcolorToJson(const GetDev_channel_switch_color *color)
     json_t *object = json_object();
     writeFields(object, *color, COLOR_FIELDS);
     json_t *components = json_array();
+    const MutexLock lock(color_mutex);
     for (int i = 0; i < COLOR_COMPONENTS; ++i) {
         json_t *component = json_object();
         json_object_set_new(component, "comp_id", json_integer(comp_value_uid[i]));

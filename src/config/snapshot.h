@@ -19,10 +19,12 @@ void updateAllDev(apr_pool_t *pool);
 // True when there is a snapshot that holds a device. Locks allDevs_mutex.
 bool snapshotHasDevices();
 
-// Parses a "getdevice" reply into a new root that the caller frees; null when it is no JSON object.
+// Parses a "getdevice" reply into a new root that the caller frees; null when it is no JSON object,
+// or without memory.
 GetDev *setGetDevice(const char *text);
-void setGetDevice_device(json_t *array, ListNode *head);
-void setGetDevice_device_channel(json_t *array, ListNode *head);
+// The levels of that parse. False, or null, without memory.
+bool setGetDevice_device(json_t *array, ListNode *head);
+bool setGetDevice_device_channel(json_t *array, ListNode *head);
 GetDev_channel_meter *setGetDevice_device_channel_meter(json_t *object);
 GetDev_channel_switch_color *setGetDevice_device_channel_switch_color(json_t *object);
 

@@ -1,6 +1,7 @@
 #include "events/event_log.h"
 
 #include "config/snapshot.h"
+#include "main/json_memory.h"
 #include "main/locks.h"
 #include "main/log.h"
 #include "main/scope.h"
@@ -176,6 +177,7 @@ static void setText(json_t *object, const char *key, const char *text)
 
 char *genMacroEvent(const MacroEventLog *log)
 {
+    const JsonMemory memory;
     json_t *event = json_object();
     setText(event, "name", log->name);
     setText(event, "mac", lan_mac);
@@ -183,7 +185,7 @@ char *genMacroEvent(const MacroEventLog *log)
     json_object_set_new(event, "timeStamp", json_integer(time(nullptr)));  // of the announcement
     const Owned<json_t> root(json_object());
     json_object_set_new(root.get(), "EventMacro", event);
-    return json_dumps_dbg(root.get(), JSON_TEXT_FLAGS);
+    return memory.ranOut() ? nullptr : json_dumps_dbg(root.get(), JSON_TEXT_FLAGS);
 }
 
 struct LogMember {
@@ -267,10 +269,13 @@ static json_t *newestEvents(uint32_t number)
 
 char *genRecentEvent(apr_pool_t *pool)
 {
+    const JsonMemory memory;
     const Owned<json_t> root(json_object());
     json_object_set_new(root.get(), "send.dat_ts", json_integer(configTime()));
     setText(root.get(), "mac", lan_mac);
     json_object_set_new(root.get(), "eventLog", newestEvents(recentLogNum));
+    if (memory.ranOut())
+        return nullptr;
     const Owned<char> text(json_dumps_dbg(root.get(), JSON_TEXT_FLAGS));
     return text ? copyToPool(pool, text.get()) : nullptr;
 }

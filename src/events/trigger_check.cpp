@@ -9,7 +9,8 @@ static constexpr int32_t ANY_REPORT = -1;
 static constexpr Integer CELSIUS = 1;
 static constexpr Integer FAHRENHEIT = 2;
 
-// Products that report their basic value, whatever their function type says.
+// Products that report their basic value, whatever their function type says, unless it is a
+// metering switch.
 static constexpr Integer BASIC_VALUE_PRODUCTS[] = {0x01010167, 0x01010173};
 
 // Products whose triggers with a threshold of -1 hold on every report.
@@ -111,7 +112,7 @@ Integer findMaxPriorityFromMacros(ListNode *macros)
 
 ListNode *keepMaxPriority(ListNode *macros, Integer gid)
 {
-    if (!macros || listEmpty(macros))
+    if (!macros)
         return nullptr;
     const Integer greatest = findMaxPriorityFromMacros(macros);
     if (greatest < 0) {

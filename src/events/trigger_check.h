@@ -1,5 +1,5 @@
-// Does a trigger hold for the event that has just been logged? Nothing here locks or changes
-// anything but keepMaxPriority.
+// Does a trigger hold for the event that has just been logged? Nothing here locks a list; the
+// caller holds macroList_mutex for a list of macros, or for the triggers of one.
 
 #pragma once
 
@@ -20,7 +20,7 @@ int findDevFromTriggers(ListNode *triggers, Integer gid);
 // The greatest priority of the list's macros, at least 0; -1 for an empty list.
 Integer findMaxPriorityFromMacros(ListNode *macros);
 
-// Frees every macro below the greatest priority that has a trigger on that device. The list, or
-// null when it is null, empty or without a priority. Deliberate: the event path does not call it; a
-// priority does not decide which macros fire.
+// Frees every macro below the greatest priority that has a trigger on that device (Macro_op_mutex
+// is taken). The list, or null when it is null or empty. Deliberate: the event path does not call
+// it; a priority does not decide which macros fire.
 ListNode *keepMaxPriority(ListNode *macros, Integer gid);

@@ -39,10 +39,11 @@ int appConfigParser(apr_pool_t *)
 
 int saveJsonToFlash()
 {
-    const Owned<json_t> root(getAllAppConfig());
+    Owned<json_t> root(getAllAppConfig());
     if (!root)
         return -1;
     const Owned<char> text(json_dumps_dbg(root.get(), JSON_TEXT_FLAGS));
+    root.reset();
     if (!text)
         return -1;
     const MutexLock lock(app_config_mutex);

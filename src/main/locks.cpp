@@ -34,6 +34,7 @@ Mutex tick_mutex = PTHREAD_MUTEX_INITIALIZER;
 Mutex macroEvent_mutex = PTHREAD_MUTEX_INITIALIZER;
 Mutex alarm_mutex = PTHREAD_MUTEX_INITIALIZER;
 Mutex settings_mutex = PTHREAD_MUTEX_INITIALIZER;
+Mutex color_mutex = PTHREAD_MUTEX_INITIALIZER;
 Mutex reply_mutex = PTHREAD_MUTEX_INITIALIZER;
 Mutex wait_mutex = PTHREAD_MUTEX_INITIALIZER;
 
@@ -73,8 +74,8 @@ static constexpr MutexEntry MUTEX_TABLE[] = {
 static constexpr MutexEntry OTHER_MUTEXES[] = {
     MUTEX_ENTRY(Macro_op_mutex), MUTEX_ENTRY(doscene_act_mutex), MUTEX_ENTRY(TheadList_mutex),
     MUTEX_ENTRY(equeue_mutex),   MUTEX_ENTRY(tick_mutex),        MUTEX_ENTRY(macroEvent_mutex),
-    MUTEX_ENTRY(alarm_mutex),    MUTEX_ENTRY(settings_mutex),    MUTEX_ENTRY(reply_mutex),
-    MUTEX_ENTRY(wait_mutex),
+    MUTEX_ENTRY(alarm_mutex),    MUTEX_ENTRY(settings_mutex),    MUTEX_ENTRY(color_mutex),
+    MUTEX_ENTRY(reply_mutex),    MUTEX_ENTRY(wait_mutex),
 };
 
 // The promised order, which a run need not have met yet to be held to it.
@@ -92,6 +93,10 @@ static constexpr Mutex *PROMISED[][2] = {
     {&homeSceneResumeList_mutex, &Macro_op_mutex},
     {&defaulSceneList_mutex, &Macro_op_mutex},
     {&scene_int_mutex, &Macro_op_mutex},
+    {&scenesList_mutex, &scene_int_mutex},
+    {&scenesList_mutex, &doscene_act_mutex},
+    {&resumeSceneList_mutex, &scene_int_mutex},
+    {&resumeSceneList_mutex, &doscene_act_mutex},
     {&Macro_op_mutex, &TheadList_mutex},
     {&pushDevList_mutex, &sysCmdList_mutex},
     {&app_config_mutex, &settings_mutex},

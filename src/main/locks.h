@@ -64,7 +64,7 @@ timespec timeUntil(const timespec &deadline);
 //   resumeSceneList → doSceneThrList | scenesList
 //   schedulesList → scenesList → resumeScheduleList
 //   Macro_op → TheadList
-//   scene_int → Macro_op
+//   scenesList | resumeSceneList → doscene_act | scene_int → Macro_op
 //   pushDevList → sysCmdList
 //   app_config → settings
 //   doscene_act → reply
@@ -94,7 +94,7 @@ extern Mutex eventFilter_mutex;
 extern Mutex scene_int_mutex;  // the reply check
 
 // Not in the table of appPthreadMutexInit: they rely on their static initialisation.
-extern Mutex Macro_op_mutex;     // a scene's comps while they are copied, walked or freed; planning
+extern Mutex Macro_op_mutex;     // a scene while it is copied, listed, freed or planned
 extern Mutex doscene_act_mutex;  // the count of a scene's comps and its announcement
 extern Mutex TheadList_mutex;    // the time-table
 extern Mutex equeue_mutex;       // the event queue
@@ -102,6 +102,7 @@ extern Mutex tick_mutex;         // held by a tick and by an event, so that the 
 extern Mutex macroEvent_mutex;   // one announcement of a macro event at a time
 extern Mutex alarm_mutex;        // the alarm settings
 extern Mutex settings_mutex;     // settings that are no plain integer
+extern Mutex color_mutex;        // the colour components that were parsed last
 extern Mutex reply_mutex;        // waiting for replies on the outbound connection
 extern Mutex wait_mutex;         // interruptible waits
 

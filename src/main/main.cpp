@@ -5,6 +5,7 @@
 #include "events/event_intake.h"
 #include "main/config_file.h"
 #include "main/equeue.h"
+#include "main/json_memory.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/settings.h"
@@ -57,6 +58,7 @@ int main(int argc, char **argv)
     if (argc > 1)
         return answerArguments(argv[1]);
 
+    watchJsonMemory();
     blockTickSignals();
     mainPid = gettid();
     LOG(DEBUG, "mainPid: %d\n", mainPid.load());

@@ -30,7 +30,7 @@ extern char tutkUUID[UUID_SIZE] LOCKING(guarded_by(settings_mutex));
 extern std::atomic<const char *> lan_mac;
 
 // "doscenemode" as nvram and the bus give it: "1" and "0" switch Check_reply, any other text leaves
-// it. Null counts as another text.
+// it. Null counts as another text. Logs in the name of `caller`.
 void applySceneMode(const char *caller, const char *value);
 
 // Reads every setting from nvram, in the fixed order. A missing answer counts as 0, or as unset.

@@ -1,5 +1,6 @@
 #include "main/util.h"
 
+#include "main/json_memory.h"
 #include "main/locks.h"
 #include "main/log.h"
 
@@ -19,7 +20,12 @@ const tm *getCurTime()
 
 char *json_dumps_dbg(const json_t *value, size_t flags)
 {
-    return json_dumps(value, flags);
+    const JsonMemory memory;
+    char *text = json_dumps(value, flags);
+    if (!memory.ranOut())
+        return text;
+    free(text);
+    return nullptr;
 }
 
 // Sleeps to a fixed moment: the remainders that the system reports are a little too long, and would

@@ -250,7 +250,7 @@ struct KnownTarget {
 static KnownTarget lookUpTarget(const TargetId &target)
 {
     const MutexLock lock(allDevs_mutex);
-    const GetDev_dev *device = allDevs ? searchDeviceFromGetDev(allDevs, target.dev) : nullptr;
+    const GetDev_dev *device = searchDeviceFromGetDev(allDevs, target.dev);
     if (!device)
         return {};
     const GetDev_channel *channel = searchChannelFromGetDev(device, target.ch);

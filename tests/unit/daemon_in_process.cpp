@@ -60,19 +60,33 @@ void forgetLog()
 }
 
 static thread_local int untilFailure;
+static thread_local int untilJsonFailure;
 
 void failAllocation(int n)
 {
     untilFailure = n;
 }
 
-// The linker sends the daemon's calls of calloc here.
+void failJsonAllocation(int n)
+{
+    untilJsonFailure = n;
+}
+
+// The linker sends the daemon's calls of calloc and malloc here.
 extern "C" void *__real_calloc(size_t count, size_t size);
 extern "C" void *__wrap_calloc(size_t count, size_t size)
 {
     if (untilFailure > 0 && --untilFailure == 0)
         return nullptr;
     return __real_calloc(count, size);
+}
+
+extern "C" void *__real_malloc(size_t size);
+extern "C" void *__wrap_malloc(size_t size)
+{
+    if (untilJsonFailure > 0 && --untilJsonFailure == 0)
+        return nullptr;
+    return __real_malloc(size);
 }
 
 std::string takeText(json_t *value)

@@ -33,6 +33,9 @@ void forgetLog();
 // From now on the n-th allocation of a record fails (1: the next one), once; 0 switches it off.
 void failAllocation(int n);
 
+// The same for what the JSON library allocates; watchJsonMemory has been called.
+void failJsonAllocation(int n);
+
 // A JSON value that frees itself, from its text.
 class Value {
 public:

@@ -13,6 +13,7 @@
 #include "config/schedule.h"
 #include "config/target_name.h"
 #include "daemon_in_process.h"
+#include "main/json_memory.h"
 
 #include <cstring>
 
@@ -391,6 +392,31 @@ TEST(Configuration, IsEmptiedWhole)
           &targetNamesListHead, &eventFilterListHead, &pushDevsListHead})
         EXPECT_TRUE(listEmpty(head));
     EXPECT_EQ(ovrinAlarm, nullptr);
+}
+
+TEST(Document, IsWholeOrNoneWhenMemoryRunsOut)
+{
+    watchJsonMemory();
+    parseAll(R"({"macros":[{"title":"M","scene":{"title":"own"},"enabled_notifications":["a"],
+        "triggers":[{"target":{"dev":1},"op":"="}]}],"scenes":[{"title":"S","comps":[{"target":{"dev":1}}]}],
+        "rooms":[{"title":"R","targets":[{"dev":1}]}],"targetNames":{"a":"b"},"eventFilter":[{"uid":1}]})");
+    const std::string whole = takeText(getAllAppConfig());
+    int refused = 0;
+    for (int n = 1;; ++n) {
+        failJsonAllocation(n);
+        json_t *root = getAllAppConfig();
+        char *text = json_dumps_dbg(root, JSON_TEXT_FLAGS);
+        failJsonAllocation(0);
+        json_decref(root);
+        if (!text) {
+            ++refused;
+            continue;
+        }
+        EXPECT_EQ(text, whole);
+        free(text);
+        break;  // no allocation is left to fail
+    }
+    EXPECT_GT(refused, 100);
 }
 
 TEST(Titles, AreListedInOrder)

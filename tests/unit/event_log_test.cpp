@@ -2,6 +2,7 @@
 
 #include "daemon_in_process.h"
 #include "events/event_intake.h"
+#include "main/json_memory.h"
 #include "main/settings.h"
 #include "main/stored_file.h"
 #include "scene/tick.h"
@@ -160,6 +161,23 @@ TEST_F(Journal, SaysWhoseItIs)
     setConfigTime(7);
     EXPECT_STREQ(genRecentEvent(pool),
                  R"({"eventLog":[],"mac":"00:11:22:33:44:55","send.dat_ts":7})");
+}
+
+TEST_F(Journal, AnnouncesAWholeDocumentOrNoneWhenMemoryRunsOut)
+{
+    watchJsonMemory();
+    add(5001, R"({"x":1})");
+    for (int n = 1;; ++n) {
+        failJsonAllocation(n);
+        const char *text = genRecentEvent(pool);
+        failJsonAllocation(0);
+        if (!text)
+            continue;
+        const std::string whole = genRecentEvent(pool);
+        EXPECT_EQ(text, whole);
+        EXPECT_GT(n, 10);
+        break;
+    }
 }
 
 TEST_F(Journal, OfMacrosKeeps100Runs)

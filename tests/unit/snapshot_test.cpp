@@ -160,14 +160,43 @@ TEST(CopiesAndFrees, LogNullPointers)
                             "getDev_dev is NULL\n", "getDev_dev_ch is NULL\n"));
 }
 
-TEST(SnapshotParse, LeavesNothingBehindWhenMemoryRunsOut)
+TEST(SnapshotParse, IsWholeOrNoneWhenMemoryRunsOut)
 {
+    int refused = 0;
     for (int n = 1; n < 10; ++n) {  // the leak checker looks at what is left
         failAllocation(n);
-        Snapshot snapshot(setGetDevice(WHOLE_CHANNEL));
+        const Snapshot snapshot(setGetDevice(WHOLE_CHANNEL));
         failAllocation(0);
+        refused += snapshot ? 0 : 1;
     }
-    SUCCEED();
+    EXPECT_EQ(refused, 5);  // the root, the device, its channel, the meter and the colour
+}
+
+TEST(CopiedDevice, IsWholeOrNoneWhenMemoryRunsOut)
+{
+    const Snapshot snapshot = parse(WHOLE_CHANNEL);
+    int refused = 0;
+    for (int n = 1; n < 10; ++n) {
+        failAllocation(n);
+        GetDev_dev *copy = copyGetDev_dev(searchDeviceFromGetDev(snapshot.get(), 7));
+        failAllocation(0);
+        if (copy)
+            freeGetDevice_dev(copy);
+        else
+            ++refused;
+    }
+    EXPECT_EQ(refused, 3);  // the device, its channel and the meter
+}
+
+TEST(SnapshotParse, LogsInTheNameOfItsLevels)
+{
+    parse(R"({"device":[{"uid":1,"channel":[{"chid":"1","functype":1.5}]},{"uid":2}]})");
+    const std::string device = "setGetDevice_device";
+    EXPECT_THAT(logLines(), testing::IsSupersetOf(
+                                {LogLine{6, device + "_channel", "lastbeattime is not a string\n"},
+                                 LogLine{6, device, "lasttampertime is not a string\n"},
+                                 LogLine{6, device, "code is not a string\n"},
+                                 LogLine{6, device, "channel does not exist\n"}}));
 }
 
 class SnapshotRefresh : public OutboundOnItsOwnBus {};
@@ -183,8 +212,13 @@ TEST_F(SnapshotRefresh, AsksForAllDevicesAndReplacesTheSnapshot)
     EXPECT_TRUE(sdk.heard(R"({"control":{"cmd":"getdevice","uid":256}})"));
     sdk.behave("getdevice", 256, support::Answer::saying("no JSON"));
     updateAllDev(pool);
+    EXPECT_FALSE(snapshotHasDevices());  // the old one was freed first
+    sdk.behave("getdevice", 256, support::Answer::asUsual());
+    updateAllDev(pool);
+    EXPECT_TRUE(snapshotHasDevices());
+    sdk.leave();
+    updateAllDev(pool);
     EXPECT_FALSE(snapshotHasDevices());
-    EXPECT_EQ(allDevs, nullptr);  // the old one was freed first
     apr_pool_destroy(pool);
 }
 

@@ -2,7 +2,6 @@
 
 #include "config/device_value.h"
 #include "daemon_in_process.h"
-#include "schedule/window.h"
 
 #include <cstring>
 
@@ -38,10 +37,13 @@ static int check(const Trigger &trigger, const GetDev_channel &channel,
     return checkTrigger(&trigger, &channel, &event);
 }
 
-TEST(DeviceValue, IsTheSensorsForThesefunctionTypes)
+TEST(DeviceValue, IsTheSensorsForTheseFunctionTypes)
 {
     const std::vector<Integer> sensors = {11, 12, 15, 18, 19, 21, 22, 27, 29, 31, 32, 33, 34};
-    for (Integer functype = -5; functype < 70; ++functype) {
+    std::vector<Integer> functypes = {INT64_MIN, INT64_MAX};
+    for (Integer functype = -5; functype < 70; ++functype)
+        functypes.push_back(functype);
+    for (const Integer functype : functypes) {
         const GetDev_channel channel = channelOf(functype, 1, 2);
         const bool isSensor = std::find(sensors.begin(), sensors.end(), functype) != sensors.end();
         EXPECT_EQ(getDevValByFuncType(&channel), isSensor ? 2 : 1) << functype;
@@ -65,7 +67,8 @@ TEST(DeviceValue, IsCutTo32Bits)
 TEST(DeviceValue, OfNothingIsMinusOne)
 {
     EXPECT_EQ(getDevValByFuncType(nullptr), -1);
-    EXPECT_EQ(logged("1. channel is NULL\n"), 1u);
+    EXPECT_EQ(logLines(),
+              (std::vector<LogLine>{{6, "getDevValByFuncType", "1. channel is NULL\n"}}));
 }
 
 TEST(FunctionNames, AreLookedUpByTheLowByte)
@@ -157,6 +160,40 @@ TEST(Trigger, HoldsOnEveryReportOfTheseProducts)
     EXPECT_EQ(check(triggerOf("=>", -1), channelOf(23, 77, 0)), 0);
 }
 
+TEST(Trigger, HoldsForAnyValueAndOperatorOfTheseProductsButOnlyOnItsOwnChannel)
+{
+    for (const char *op : {">", "<", "=", "<=", ">=", "!=", "=>", ""}) {
+        for (const Integer value : {-2, -1, 0, 77})
+            EXPECT_EQ(check(triggerOf(op, -1), channelOf(23, value, 0), 0x01010173), 1)
+                << op << value;
+        Trigger elsewhere = triggerOf(op, -1);
+        elsewhere.target.dev = 6;
+        EXPECT_EQ(check(elsewhere, channelOf(23, 1, 0), 0x01010173), 0);
+        elsewhere.target = {.dev = 5, .if_ = 0, .ch = 1 + (1LL << 32)};
+        EXPECT_EQ(check(elsewhere, channelOf(23, 1, 0), 0x01010173), 0);
+    }
+}
+
+TEST(Trigger, ReadsTheSensorOfAMeteringSwitchWhateverTheProduct)
+{
+    GetDev_channel plug = channelOf(22, 1, 2);
+    plug.ctrltype = 23;
+    EXPECT_EQ(check(triggerOf("=", 2), plug, 0x01010167), 1);
+    GetDev_channel lamp = channelOf(23, 1, 2);
+    lamp.ctrltype = 23;
+    EXPECT_EQ(check(triggerOf("=", 1), lamp), 1);
+    EXPECT_EQ(getDevValByFuncType(&lamp), 1);
+}
+
+TEST(Trigger, ConvertsAnyNumberWithoutOverflow)
+{
+    GetDev_channel channel = channelOf(11, 0, 2147483647);
+    channel.sensorunit = 2;
+    Trigger trigger = triggerOf("=", 1192999292);
+    trigger.dataunit = 1;
+    EXPECT_EQ(check(trigger, channel), 1);
+}
+
 TEST(Trigger, ReadsTheBasicValueOfTheseProducts)
 {
     for (const Integer product : {0x01010167, 0x01010173})
@@ -172,7 +209,7 @@ TEST(Trigger, WithoutAnArgumentIsAnError)
     EXPECT_EQ(checkTrigger(nullptr, &channel, &event), -1);
     EXPECT_EQ(checkTrigger(&trigger, nullptr, &event), -1);
     EXPECT_EQ(checkTrigger(&trigger, &channel, nullptr), -1);
-    EXPECT_EQ(logged("parameter error.\n"), 3u);
+    EXPECT_EQ(logLines(), std::vector<LogLine>(3, {6, "checkTrigger", "parameter error.\n"}));
 }
 
 static Macro *addMacro(ListNode *head, Integer priority, Integer dev)
@@ -207,6 +244,7 @@ TEST(Priorities, KeepTheGreatestOfADevice)
     listInit(&macros);
     EXPECT_EQ(keepMaxPriority(nullptr, 1), nullptr);
     EXPECT_EQ(keepMaxPriority(&macros, 1), nullptr);
+    EXPECT_EQ(logged("maxPriority < 0\n"), 1u);
     addMacro(&macros, 1, 1);
     addMacro(&macros, 1, 2);
     addMacro(&macros, 5, 1);
@@ -226,64 +264,4 @@ TEST(Triggers, AreSearchedForADevice)
     EXPECT_EQ(findDevFromTriggers(&macro->triggers, 4), 0);
     EXPECT_EQ(logged("triggersListHead is empty\n"), 1u);
     freeMacros(&macros);
-}
-
-static int inWindow(const Schedule &schedule, int hour, int minute)
-{
-    tm local = {};
-    local.tm_hour = hour;
-    local.tm_min = minute;
-    return inTime(local, schedule);
-}
-
-static Schedule window(int startHour, int startMinute, int endHour, int endMinute)
-{
-    Schedule schedule = {};
-    schedule.start_hour = startHour;
-    schedule.start_minute = startMinute;
-    schedule.end_hour = endHour;
-    schedule.end_minute = endMinute;
-    return schedule;
-}
-
-TEST(Window, OverMidnightIncludesBothItsMinutes)
-{
-    const Schedule night = window(22, 0, 6, 0);
-    EXPECT_EQ(inWindow(night, 21, 59), 0);
-    EXPECT_EQ(inWindow(night, 22, 0), 1);
-    EXPECT_EQ(inWindow(night, 23, 30), 1);
-    EXPECT_EQ(inWindow(night, 0, 0), 1);
-    EXPECT_EQ(inWindow(night, 6, 0), 1);
-    EXPECT_EQ(inWindow(night, 6, 1), 0);
-}
-
-TEST(Window, OfOneHourDoesNotGoRoundMidnight)
-{
-    for (int minute = 0; minute < 24 * 60; ++minute)
-        EXPECT_EQ(inWindow(window(10, 50, 10, 10), minute / 60, minute % 60), 0);
-    EXPECT_EQ(inWindow(window(10, 10, 10, 50), 10, 10), 1);
-    EXPECT_EQ(inWindow(window(10, 10, 10, 50), 10, 50), 1);
-    EXPECT_EQ(inWindow(window(10, 10, 10, 50), 10, 51), 0);
-}
-
-TEST(Window, GatesTheMacroItNamesOnItsDaysWhileEnabled)
-{
-    Schedule schedule = window(8, 0, 17, 30);
-    strcpy(schedule.macro, "M");
-    schedule.enabled = 1;
-    schedule.weekdays = 1 << 2;  // Tuesday
-    ListNode head;
-    listInit(&head);
-    listAddTail(&schedule.node, &head);
-    tm local = {};
-    local.tm_hour = 12;
-    local.tm_wday = 2;
-    EXPECT_EQ(checkMacroInSchedules(&head, "M", local), 1);
-    EXPECT_EQ(checkMacroInSchedules(&head, "m", local), 0);
-    EXPECT_EQ(checkMacroInSchedules(&head, nullptr, local), 0);
-    local.tm_wday = 3;
-    EXPECT_EQ(checkMacroInSchedules(&head, "M", local), 0);
-    local.tm_wday = 2;
-    schedule.enabled = 0;
-    EXPECT_EQ(checkMacroInSchedules(&head, "M", local), 0);
 }
