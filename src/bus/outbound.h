@@ -5,7 +5,8 @@
 
 #include <apr_pools.h>
 
-// The value of an nvram key, in the pool; null when no answer came within 1000 ms.
+// The value of an nvram key, in the pool; null when no answer came within 1000 ms,
+// "(null)" when the answer was empty.
 char *app_dbus_get_nvram(apr_pool_t *pool, const char *key);
 
 // Hands a JSON command to the SDK daemon: its reply, in the pool; null when none came within 2000

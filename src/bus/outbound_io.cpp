@@ -17,6 +17,9 @@ static constexpr int FOREVER = -1;
 static constexpr int RETRY_MILLISECONDS = 10;
 
 static int wakeUpFd = -1;
+// The connection's socket under a number of its own: the library closes its own when the bus is
+// lost, and that number may be another file's a moment later.
+static int socketFd = -1;
 static pthread_t ioThread;
 static std::atomic<bool> stopRequested;
 static Condition replyArrived;
@@ -57,11 +60,6 @@ static void wakeAllCallers()
 static void *driveConnection(void *argument)
 {
     auto *connection = static_cast<DBusConnection *>(argument);
-    // A descriptor of its own: the library closes its own when the bus is lost, and the number may
-    // be another file's a moment later.
-    int socketFd = -1;
-    dbus_connection_get_unix_fd(connection, &socketFd);
-    socketFd = fcntl(socketFd, F_DUPFD_CLOEXEC, 0);
     int timeout = FOREVER;
     while (!stopRequested && dbus_connection_get_is_connected(connection)) {
         const bool unsent = dbus_connection_has_messages_to_send(connection);
@@ -76,7 +74,6 @@ static void *driveConnection(void *argument)
             silenceWakeUp();
         timeout = exchange(connection) ? FOREVER : RETRY_MILLISECONDS;
     }
-    close(socketFd);
     // The library forgets the calls that wait when the bus is lost: their callers see for
     // themselves.
     wakeAllCallers();
@@ -88,7 +85,9 @@ static void closeConnection(DBusConnection *connection)
     dbus_connection_close(connection);
     dbus_connection_unref(connection);
     close(wakeUpFd);
+    close(socketFd);
     wakeUpFd = -1;
+    socketFd = -1;
 }
 
 bool startOutbound(DBusConnection *connection)
@@ -96,7 +95,10 @@ bool startOutbound(DBusConnection *connection)
     stopRequested = false;
     wakeUpFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     dbus_connection_set_wakeup_main_function(connection, ringWakeUp, nullptr, nullptr);
-    if (wakeUpFd < 0 || createThread(&ioThread, driveConnection, connection) != 0) {
+    int librarySocket = -1;
+    if (dbus_connection_get_unix_fd(connection, &librarySocket))
+        socketFd = fcntl(librarySocket, F_DUPFD_CLOEXEC, 0);
+    if (wakeUpFd < 0 || socketFd < 0 || createThread(&ioThread, driveConnection, connection) != 0) {
         LOG(ERROR, "The outbound connection cannot be driven\n");
         closeConnection(connection);
         return false;

@@ -100,7 +100,6 @@ static constexpr Mutex *PROMISED[][2] = {
     {&Macro_op_mutex, &TheadList_mutex},
     {&pushDevList_mutex, &sysCmdList_mutex},
     {&app_config_mutex, &settings_mutex},
-    {&doscene_act_mutex, &reply_mutex},
 };
 
 static constexpr int MAX_MUTEXES = 40;

@@ -67,7 +67,6 @@ timespec timeUntil(const timespec &deadline);
 //   scenesList | resumeSceneList → doscene_act | scene_int → Macro_op
 //   pushDevList → sysCmdList
 //   app_config → settings
-//   doscene_act → reply
 //
 // Macro_op comes after every list of scenes or macros, for copying and freeing a scene takes it.
 // Locks that are not named here are held alone, or last.

@@ -5,6 +5,7 @@
 
 #include "bus/outbound_io.h"
 #include "daemon_in_process.h"
+#include "main/json_memory.h"
 #include "scene/sdk_command.h"
 
 #include <apr_general.h>
@@ -99,11 +100,54 @@ TEST_F(Outbound, RefusesATextThatIsNoUtf8)
 TEST_F(Outbound, LeavesTheChannelOutOfACommandWhenItIsNegative)
 {
     sendZwaveCmd(nullptr, "switch", 5, -1, 1);
+    sendZwaveCmd(nullptr, "switch", 5, -7, 1);
     sendZwaveCmd(nullptr, "switch", 5, 0, 1);
     hearEverything();
     EXPECT_THAT(sdk.commandTexts(),
                 testing::ElementsAre(R"({"control":{"cmd":"switch","uid":5,"val":1}})",
+                                     R"({"control":{"cmd":"switch","uid":5,"val":1}})",
                                      R"({"control":{"chid":0,"cmd":"switch","uid":5,"val":1}})"));
+}
+
+TEST_F(Outbound, CarriesNumbersOf64Bits)
+{
+    sendZwaveCmd(nullptr, "switch", 4294967301, 4294967297, -4294967297);
+    sendOvrinSdkSysSound(nullptr, 0, 4294967297);
+    hearEverything();
+    EXPECT_THAT(
+        sdk.commandTexts(),
+        testing::ElementsAre(
+            R"({"control":{"chid":4294967297,"cmd":"switch","uid":4294967301,"val":-4294967297}})",
+            R"({"control":{"cmd":"syssound","val":4294967297}})"));
+    EXPECT_EQ(logged("sendOvrinSdkSysSound() val: 4294967297\n"), 1u);
+}
+
+TEST_F(Outbound, SendsASetPointWithItsUnitAndAChannelWhenThereIsOne)
+{
+    apr_pool_t *pool = nullptr;
+    apr_pool_create(&pool, nullptr);
+    sendZwaveTempCmd(pool, "thermostattemp", 5, 2, 215);
+    const std::string text =
+        R"({"control":{"chid":2,"cmd":"thermostattemp","temp":215,"uid":5,"unit":1}})";
+    EXPECT_THAT(sdk.commandTexts(), testing::ElementsAre(text));
+    EXPECT_EQ(logged("ret_strings: " + text + "\n"), 1u);
+    EXPECT_EQ(logged("enter app_dbus_send_json_cmd, sdk cmd: " + text + "\n"), 1u);
+    apr_pool_destroy(pool);
+}
+
+TEST_F(Outbound, SendsACommandWholeOrNotAtAllWhenMemoryRunsOut)
+{
+    watchJsonMemory();
+    for (int n = 1; n < 40; ++n) {
+        failJsonAllocation(n);
+        sendZwaveCmd(nullptr, "switch", 5, 1, 99);
+        failJsonAllocation(0);
+    }
+    hearEverything();
+    const auto texts = sdk.commandTexts();
+    EXPECT_GT(texts.size(), 1u);
+    EXPECT_LT(texts.size(), 35u);
+    EXPECT_THAT(texts, testing::Each(support::switchCommand(5, 1, 99)));
 }
 
 TEST(OutboundWithoutABus, SaysSoAndFails)

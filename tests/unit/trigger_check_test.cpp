@@ -189,7 +189,7 @@ TEST(Trigger, ConvertsAnyNumberWithoutOverflow)
 {
     GetDev_channel channel = channelOf(11, 0, 2147483647);
     channel.sensorunit = 2;
-    Trigger trigger = triggerOf("=", 1192999292);
+    Trigger trigger = triggerOf("=", 1193046292);
     trigger.dataunit = 1;
     EXPECT_EQ(check(trigger, channel), 1);
 }
