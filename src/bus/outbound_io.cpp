@@ -55,8 +55,18 @@ static void wakeAllCallers()
     replyArrived.wakeAll();
 }
 
+// After the bus was lost there is nothing left to do but to be joined.
+static void awaitStop()
+{
+    while (!stopRequested) {
+        pollfd wakeUp = {wakeUpFd, POLLIN, 0};
+        if (poll(&wakeUp, 1, FOREVER) > 0)
+            silenceWakeUp();
+    }
+}
+
 // The I/O thread: started by startOutbound, waits for the socket and for whoever left something in
-// the queue, and ends when the bus is lost or stopOutbound asks for it.
+// the queue, and ends when stopOutbound asks for it.
 static void *driveConnection(void *argument)
 {
     auto *connection = static_cast<DBusConnection *>(argument);
@@ -77,6 +87,7 @@ static void *driveConnection(void *argument)
     // The library forgets the calls that wait when the bus is lost: their callers see for
     // themselves.
     wakeAllCallers();
+    awaitStop();
     return nullptr;
 }
 

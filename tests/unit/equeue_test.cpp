@@ -15,8 +15,9 @@
 using support::eventually;
 using support::somethingChanged;
 
-static std::mutex handledMutex;
-static std::vector<int> handled;
+// Never destroyed: the worker runs on while the process ends.
+static std::mutex &handledMutex = *new std::mutex;
+static std::vector<int> &handled = *new std::vector<int>;
 
 static int remember(DeviceEvent *event)
 {

@@ -60,7 +60,10 @@ TEST_F(MacroWait, EndsWhenANewerOneOfTheSameMacroIsListed)
     interruptUntil("remaining time: ");
     list("other");
     interruptWaits();
-    EXPECT_EQ(record->outdated, 0);
+    {
+        const MutexLock lock(doSceneThrList_mutex);
+        EXPECT_EQ(record->outdated, 0);
+    }
     list("M");
     interruptUntil("outdated.\n");
     thread.join();

@@ -1,0 +1,106 @@
+#include "support/daemon_process.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+
+namespace support {
+
+static constexpr const char *SETUP = "appSetup.json";
+static constexpr size_t TAIL = 6000;
+
+static constexpr const char *COMPLAINTS[] = {
+    "ERROR: AddressSanitizer", "LeakSanitizer",          "WARNING: ThreadSanitizer",
+    "runtime error:",          "ERROR: ThreadSanitizer", "lock order:",
+};
+
+void DaemonProcess::writeSetup(std::string_view json)
+{
+    data.write(SETUP, storedLayout(json));
+}
+
+std::string DaemonProcess::storedSetup() const
+{
+    const std::string bytes = data.read(SETUP).value_or("");
+    if (bytes.size() < 5)
+        return "";
+    const std::string text = bytes.substr(4, bytes.size() - 5);
+    return storedLayout(text) == bytes ? text : "";
+}
+
+void DaemonProcess::start(const std::string &busAddress, const std::vector<std::string> &settings)
+{
+    std::vector<std::string> all{
+        "DBUS_SYSTEM_BUS_ADDRESS=" + busAddress,
+        "APP_DATA_DIR=" + data.path().string(),
+        "OVRIN_LOG_LEVEL=2",
+        "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=" TSAN_SUPPRESSIONS,
+        "ASAN_OPTIONS=detect_leaks=1",
+        "UBSAN_OPTIONS=print_stacktrace=1",
+        "LC_ALL=C",
+    };
+    all.insert(all.end(), settings.begin(), settings.end());
+    process.start({APP_BINARY}, all);
+}
+
+// A line of /proc/PID/status that holds a set of signals, as a bit mask.
+static uint64_t signalSet(pid_t pid, const std::string &name)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(name + ":", 0) == 0)
+            return std::stoull(line.substr(name.size() + 1), nullptr, 16);
+    }
+    return 0;
+}
+
+bool DaemonProcess::inMainLoop() const
+{
+    const auto bit = [](int number) { return uint64_t{1} << (number - 1); };
+    return (signalSet(pid(), "SigCgt") & bit(SIGTERM)) != 0 &&
+           (signalSet(pid(), "SigBlk") & bit(SIGUSR1)) == 0;
+}
+
+void DaemonProcess::checkComplaints() const
+{
+    for (const char *complaint : COMPLAINTS) {
+        EXPECT_FALSE(logged(complaint)) << complaint << " in the log:\n"
+                                        << log(log().find(complaint)).substr(0, TAIL);
+    }
+}
+
+void DaemonProcess::expectEnd(int exitStatus, Milliseconds limit)
+{
+    const std::optional<int> status = process.waitForEnd(limit);
+    if (status) {
+        EXPECT_EQ(*status, exitStatus << 8) << describeEnd(*status) << "\n" << logTail();
+    } else {
+        ADD_FAILURE() << "the daemon does not end\n" << logTail();
+    }
+    checkComplaints();
+}
+
+void DaemonProcess::stop()
+{
+    EXPECT_TRUE(running()) << "the daemon has ended by itself";
+    process.signal(SIGTERM);
+    expectEnd(0, 10s);
+}
+
+size_t DaemonProcess::timesLogged(const std::string &text) const
+{
+    const std::string all = log();
+    size_t count = 0;
+    for (size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1))
+        ++count;
+    return count;
+}
+
+std::string DaemonProcess::logTail() const
+{
+    const size_t size = logSize();
+    return "... " + log(size > TAIL ? size - TAIL : 0);
+}
+
+}  // namespace support

@@ -1,0 +1,40 @@
+// Waiting for an outcome instead of for a time.
+//
+// Everything in the test program that learns something (a fake that hears a message, the reader of
+// the daemon's log) calls somethingChanged(); eventually() looks at its condition again each time.
+
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+namespace support {
+
+using Clock = std::chrono::steady_clock;
+using Moment = Clock::time_point;
+using Milliseconds = std::chrono::milliseconds;
+using namespace std::chrono_literals;
+
+// A sanitizer makes the daemon several times slower: an upper bound on its speed says nothing then,
+// and whoever waits for it waits longer.
+#ifdef UNDER_SANITIZER
+inline constexpr bool SPEED_COUNTS = false;
+#else
+inline constexpr bool SPEED_COUNTS = true;
+#endif
+
+// A time-out that the build and the environment variable APP_TEST_PATIENCE (a factor) stretch.
+Milliseconds patience(Milliseconds limit);
+
+void somethingChanged();
+
+// True as soon as the condition holds, false when it did not within the (stretched) limit. The
+// condition may take locks of its own; none is held around it.
+bool eventually(const std::function<bool()> &condition, Milliseconds limit = 8s);
+
+inline int64_t millisecondsBetween(Moment earlier, Moment later)
+{
+    return std::chrono::duration_cast<Milliseconds>(later - earlier).count();
+}
+
+}  // namespace support
