@@ -46,6 +46,9 @@ protected:
         sdk.set(device(20, 0, SWITCH));
         sdk.set(device(21, 0, SWITCH));
         sdk.set(device(22, 0, SWITCH));
+        // Steps are no commands, even when a device happens to have their number.
+        sdk.set(device(GAP_STEP, 0, SWITCH));
+        sdk.set(device(WAIT_STEP, 0, SWITCH));
     }
     void startWithScenes(const std::vector<std::string> &scenes)
     {

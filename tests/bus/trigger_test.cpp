@@ -85,16 +85,26 @@ INSTANTIATE_TEST_SUITE_P(
 
 class TriggerTargets : public DaemonOnItsOwnBus {};
 
+// The interface number of a target is not looked at.
 TEST_F(TriggerTargets, AreTheDeviceAndTheChannelAlone)
 {
     sdk.set({.uid = 5,
              .channels = {{.chid = 1, .functype = DOOR, .basicvalue = 255},
                           {.chid = 2, .functype = DOOR, .basicvalue = 255}}});
+    sdk.set(device(7, 1, DOOR, 255));
     startWith(R"({"macros":[{"title":"Tested","enabled":1,"scene":{"title":"s"},
-        "triggers":[{"target":{"dev":5,"if":3,"ch":1},"op":"=","threshold":255}]}]})");
+        "triggers":[{"target":{"dev":5,"if":3,"ch":1},"op":"=","threshold":255}]},
+        {"title":"Marker","enabled":1,"scene":{"title":"m"},
+        "triggers":[{"target":{"dev":5,"if":0,"ch":2},"op":"=","threshold":255}]}]})");
     gatewayReady();
-    eventHandled(5001, 5, 2);
-    event(5001, 5, 1);
+    eventHandled(5001, 7, 1);
+    event(5001, 5, 2);
     ASSERT_TRUE(eventually([&] { return macroEvents().size() == 1; }));
+    eventHandled(5001, 7, 1);
+    EXPECT_EQ(daemon.timesLogged("macro 'Marker' triggered,"), 1u);
+    EXPECT_EQ(daemon.timesLogged("macro 'Tested' triggered,"), 0u);
+
+    event(5001, 5, 1);
+    ASSERT_TRUE(eventually([&] { return macroEvents().size() == 2; }));
     EXPECT_EQ(daemon.timesLogged("macro 'Tested' triggered,"), 1u);
 }

@@ -184,8 +184,9 @@ TEST(DueEntries, AreFoundInListOrderAndOnlyWhenDue)
     EXPECT_EQ(searchTargetComp(500, &table)->timer, 500u);
     EXPECT_EQ(searchTargetComp(501, &table), nullptr);
     EXPECT_EQ(searchanddelTargetComp(499, -10, &table), nullptr);
-    EXPECT_EQ(searchanddelTargetComp(1000, 0, &table)->timer,
-              500u);  // 1000 − 1000 is not greater than 0
+    TARGET_Comp *first = searchanddelTargetComp(1000, 0, &table);
+    EXPECT_EQ(first->timer, 500u);  // 1000 − 1000 is not greater than 0
+    freeMem(first);
     TARGET_Comp *due = searchanddelTargetComp(1001, 0, &table);
     EXPECT_EQ(due->timer, 1000u);
     EXPECT_EQ(searchanddelTargetComp(1999, -10, &table), nullptr);  // never before its planned time

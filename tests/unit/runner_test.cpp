@@ -152,7 +152,8 @@ TEST_F(Planning, GivesASceneUpWithoutMemoryAndKeepsItsMutex)
     EXPECT_EQ(logged("1.5.callocTARGET_Comp fail \n"), 1u);
     EXPECT_THAT(timeTable(), ElementsAre(Planned{5, NOW + 200, 1, 1}));
     EXPECT_EQ(pthread_mutex_trylock(&Macro_op_mutex), EBUSY);
-    pthread_mutex_unlock(&Macro_op_mutex);
+    unlockMutex(Macro_op_mutex);
+    freeScene(scene);
 }
 
 TEST_F(Planning, OfNoSceneIsLogged)
