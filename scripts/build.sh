@@ -9,6 +9,9 @@ BUILD_ROOT=${APP_BUILD_DIR:-$ROOT/build}
 [[ $BUILD_ROOT == /* ]] || BUILD_ROOT=$PWD/$BUILD_ROOT
 BUILD_VERBOSE=
 
+# Two checkouts of the same source share what the compiler cache knows.
+export CCACHE_BASEDIR=$ROOT CCACHE_NOHASHDIR=1
+
 # shellcheck source=scripts/messages.sh
 source "$ROOT/scripts/messages.sh"
 # shellcheck source=scripts/processes.sh

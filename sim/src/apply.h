@@ -13,7 +13,8 @@ struct Applied {
 // The command words that concern devices; anything else is for the SDK daemon itself.
 bool isDeviceCommand(const std::string &word);
 
-// `control` is the object inside {"control": ...}. Nothing for a device or channel that is not there.
+// `control` is the object inside {"control": ...}. Nothing for a device or channel that is not
+// there.
 std::optional<Applied> applyCommand(Home &home, const Json &control);
 
 // The number a command carries, whatever its key.

@@ -58,7 +58,8 @@ struct Kind {
 std::span<const Kind> allKinds();
 const Kind *findKind(std::string_view name);
 
-// The value that says how such a channel is: a reading for sensors that measure, basicvalue for the rest.
+// The value that says how such a channel is: a reading for sensors that measure, basicvalue for the
+// rest.
 bool valueIsReading(int functype, int ctrltype);
 bool isActuator(int functype);
 

@@ -17,8 +17,8 @@ enum HandlerResult : int {
 };
 
 // `data` is always null. The pool lives as long as the message is handled.
-using BusHandler = HandlerResult (*)(DBusConnection *connection, DBusMessage *message, void *data,
-                                     apr_pool_t *pool);
+using BusHandler = HandlerResult(DBusConnection *connection, DBusMessage *message, void *data,
+                                 apr_pool_t *pool);
 
 // Reads the one text argument, which lives as long as the message. False, with the error on
 // standard error, when the arguments are others.

@@ -5,25 +5,16 @@
 #include "bus/handler.h"
 
 // Device events (bus/event_handlers.cpp).
-HandlerResult ovrin_dbus_event_signal(DBusConnection *connection, DBusMessage *message, void *data,
-                                      apr_pool_t *pool);
-HandlerResult app_dbus_event_method(DBusConnection *connection, DBusMessage *message, void *data,
-                                    apr_pool_t *pool);
+BusHandler ovrin_dbus_event_signal;
+BusHandler app_dbus_event_method;
 
 // The configuration (bus/config_methods.cpp).
-HandlerResult app_dbus_jsonGetTitles(DBusConnection *connection, DBusMessage *message, void *data,
-                                     apr_pool_t *pool);
-HandlerResult app_dbus_jsonGetGroup(DBusConnection *connection, DBusMessage *message, void *data,
-                                    apr_pool_t *pool);
-HandlerResult app_dbus_jsonGetAll(DBusConnection *connection, DBusMessage *message, void *data,
-                                  apr_pool_t *pool);
-HandlerResult app_dbus_jsonSetAll(DBusConnection *connection, DBusMessage *message, void *data,
-                                  apr_pool_t *pool);
-HandlerResult enableLock(DBusConnection *connection, DBusMessage *message, void *data,
-                         apr_pool_t *pool);
+BusHandler app_dbus_jsonGetTitles;
+BusHandler app_dbus_jsonGetGroup;
+BusHandler app_dbus_jsonGetAll;
+BusHandler app_dbus_jsonSetAll;
+BusHandler enableLock;
 
 // Control (bus/control_methods.cpp).
-HandlerResult app_dbus_doScene(DBusConnection *connection, DBusMessage *message, void *data,
-                               apr_pool_t *pool);
-HandlerResult app_dbus_doScenemode(DBusConnection *connection, DBusMessage *message, void *data,
-                                   apr_pool_t *pool);
+BusHandler app_dbus_doScene;
+BusHandler app_dbus_doScenemode;

@@ -30,7 +30,7 @@ struct Route {
     int type;
     const char *interface;
     const char *member;
-    BusHandler handler;
+    BusHandler *handler;
 };
 
 // The rows are tried in this order. The object path of a method is not looked at.
