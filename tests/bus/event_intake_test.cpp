@@ -3,6 +3,8 @@
 
 #include "support/daemon_on_its_own_bus.h"
 
+#include <ctime>
+
 using namespace support;
 using testing::ElementsAre;
 
@@ -116,6 +118,28 @@ TEST_F(EventIntake, AnnouncesTheNewestEventAloneAndCountsThem)
         EXPECT_EQ(records[i]["sequence"].integer(), static_cast<int64_t>(i + 1));
     for (const Heard &announcement : sdk.events("recent"))
         EXPECT_EQ(Json(announcement.text)["eventLog"].size(), 1u);
+}
+
+// A millisecond stamp of the wall clock that wraps after a million seconds, in 32 bits.
+static int32_t stampNow()
+{
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<int32_t>(
+        static_cast<uint32_t>(now.tv_sec % 1'000'000 * 1000 + now.tv_nsec / 1'000'000));
+}
+
+TEST_F(EventIntake, TellsForWhenTheLatestSceneCommandIsPlanned)
+{
+    startWith(R"({"scenes":[{"title":"S","comps":[{"target":{"dev":20,"if":0,"ch":0},"value":1},
+        {"target":{"dev":21,"if":0,"ch":0},"value":1}]}]})");
+    const int32_t before = stampNow();
+    callForText("doscene", "S");
+    const int32_t after = stampNow();
+    eventHandled(REPORT, 5, 1);
+    const int64_t planned = recent().at(0)["Scene_schedule_time"].integer();
+    EXPECT_GE(planned, before + 400);
+    EXPECT_LE(planned, after + 400);
 }
 
 TEST_F(EventIntake, CarriesTheMeterAndTheColourOfTheChannel)

@@ -4,9 +4,7 @@
 #include "support/daemon_on_its_own_bus.h"
 
 #include <algorithm>
-#include <csignal>
 #include <set>
-#include <thread>
 
 using namespace support;
 using testing::StartsWith;
@@ -246,10 +244,7 @@ TEST_F(Outbound, DispatchesScenesWhileACallWaits)
 TEST_F(Outbound, FeedsTheWatchdogWhileACallWaits)
 {
     startSlowMacro();
-    while (sdk.kicks().empty() && macroStillWaits()) {
-        daemon.signal(SIGALRM);
-        std::this_thread::sleep_for(500us);
-    }
+    tickUntil([&] { return !sdk.kicks().empty() || !macroStillWaits(); });
     ASSERT_FALSE(sdk.kicks().empty());
     EXPECT_GE(sdk.kicks().at(0).callsWaiting, 1u);
     const Heard question = sdk.calls("getZWID", 0).at(0);

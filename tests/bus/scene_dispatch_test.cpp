@@ -4,6 +4,7 @@
 #include "support/daemon_on_its_own_bus.h"
 
 #include <cstdio>
+#include <map>
 
 using namespace support;
 using testing::ElementsAre;
@@ -203,6 +204,7 @@ TEST_F(SceneDispatch, KeepsAScenesGapUntilTheTimeTableHasDrained)
     ASSERT_TRUE(eventuallySent(2));
     EXPECT_GE(delay(start, 1), 800) << "the plain scene is planned with the gap in force";
     ASSERT_TRUE(eventuallyDrained(800));
+    listenerIsIdle();  // the line was logged just before the spacing is set back
     sdk.forgetHeard();
     const Moment again = run("Plain");
     ASSERT_TRUE(eventuallySent(1));
@@ -390,6 +392,36 @@ TEST_F(SceneDispatch, KeepsTwoScenesStartedAtOnceWholeAndInOrder)
         for (int i = 0; i < 20; ++i)
             EXPECT_EQ(sent[macro][static_cast<size_t>(i)], switchCommand(40 + macro, i, i));
     }
+}
+
+TEST_F(SceneDispatch, LosesAndDoublesNothingOfManyScenesPlannedAtOnce)
+{
+    static constexpr size_t ROUNDS = 10;
+    static constexpr size_t COMMANDS = 20;
+    std::vector<std::string> scenes;
+    for (int64_t uid = 20; uid <= 21; ++uid) {
+        std::vector<std::string> comps{gap(1)};
+        for (size_t i = 0; i < COMMANDS; ++i)
+            comps.push_back(comp(uid, static_cast<int64_t>(i), 1));
+        scenes.push_back(scene(std::to_string(uid), comps));
+    }
+    startWithScenes(scenes);
+    const Moment start = Clock::now();
+    for (size_t i = 0; i < ROUNDS; ++i) {
+        client.call(APP, "doscene", {"20"});
+        client.call(APP, "doscene", {"21"});
+    }
+    ASSERT_TRUE(tickUntil([&] { return sdk.commands().size() >= 2 * ROUNDS * COMMANDS; }));
+    const std::vector<Heard> commands = sdk.commands();
+    std::map<std::string, size_t> sent;
+    for (size_t i = 0; i < commands.size(); ++i) {
+        const int64_t chid = Json(commands[i].text)["control"]["chid"].integer();
+        ++sent[commands[i].text];
+        EXPECT_GE(delay(start, i), 100 * (chid + 1)) << commands[i].text;
+    }
+    EXPECT_EQ(sent.size(), 2 * COMMANDS);
+    for (const auto &[command, times] : sent)
+        EXPECT_EQ(times, ROUNDS) << command;
 }
 
 TEST_F(SceneDispatch, GoesOnAfterASetPointThatNobodyAnswers)

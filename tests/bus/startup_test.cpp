@@ -263,7 +263,9 @@ TEST_F(Startup, IgnoresAnEventThatComesBeforeItsEnd)
     platform.behave("customerName", Answer::asUsual().after(900ms));
     launch();
     ASSERT_TRUE(eventually([&] { return platform.asked("customerName") == 1; }));
+    ASSERT_TRUE(eventually([&] { return client.peer.nameHasOwner(APP_NAME); }));
     EXPECT_EQ(eventMethod(9, 5, 0), 1);
+    ASSERT_EQ(platform.answered("customerName"), 0u) << "the start was over before the event came";
     waitUntilStarted();
     eventHandled(9, 6, 0);
     EXPECT_EQ(announced(9, 5), 0u);

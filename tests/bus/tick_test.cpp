@@ -3,29 +3,12 @@
 
 #include "support/daemon_on_its_own_bus.h"
 
-#include <csignal>
-#include <thread>
-
 using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 class Ticks : public DaemonOnItsOwnBus {
 protected:
-    // Ticks as fast as the daemon takes them.
-    bool tickUntil(const std::function<bool()> &condition, Milliseconds limit = 20s)
-    {
-        const Moment deadline = Clock::now() + patience(limit);
-        while (!condition()) {
-            if (Clock::now() > deadline)
-                return false;
-            for (int i = 0; i < 10; ++i) {
-                daemon.signal(SIGALRM);
-                std::this_thread::sleep_for(500us);
-            }
-        }
-        return true;
-    }
     size_t minutes() const
     {
         return sdk.asked("getZWID", 0);

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <iostream>
+#include <thread>
 
 namespace support {
 
@@ -127,6 +128,21 @@ void DaemonOnItsOwnBus::callWithoutReply(const std::string &member,
 void DaemonOnItsOwnBus::listenerIsIdle()
 {
     callForText("jsongettitles", PLAIN_GROUP);
+}
+
+bool DaemonOnItsOwnBus::tickUntil(const std::function<bool()> &condition, Milliseconds limit)
+{
+    static constexpr int BETWEEN_LOOKS = 10;
+    const Moment deadline = Clock::now() + patience(limit);
+    while (!condition()) {
+        if (Clock::now() > deadline)
+            return false;
+        for (int i = 0; i < BETWEEN_LOOKS; ++i) {
+            daemon.signal(SIGALRM);
+            std::this_thread::sleep_for(500us);
+        }
+    }
+    return true;
 }
 
 std::vector<Json> DaemonOnItsOwnBus::recent() const

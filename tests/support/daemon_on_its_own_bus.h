@@ -63,6 +63,10 @@ protected:
     // Everything that was sent before has been handled by the listener when this returns.
     void listenerIsIdle();
 
+    // Quick motion: every SIGALRM is a tick, whoever sends it. False when the condition did not
+    // come true.
+    bool tickUntil(const std::function<bool()> &condition, Milliseconds limit = 20s);
+
     std::vector<Json> recent() const;  // the newest record of each "recent" announcement, in order
     std::vector<Json>
     macroEvents() const;  // the "EventMacro" object of each "MacroEvent", in order
