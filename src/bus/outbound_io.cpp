@@ -77,10 +77,8 @@ static void *driveConnection(void *argument)
             {socketFd, static_cast<short>(unsent ? POLLIN | POLLOUT : POLLIN), 0},
             {wakeUpFd, POLLIN, 0},
         };
-        if (poll(watched, 2, timeout) < 0)
-            watched[1].revents =
-                0;  // interrupted, or short of memory: the socket is looked at anyway
-        if (watched[1].revents != 0)
+        // A failed poll, interrupted or short of memory, is no reason not to look at the socket.
+        if (poll(watched, 2, timeout) > 0 && watched[1].revents != 0)
             silenceWakeUp();
         timeout = exchange(connection) ? FOREVER : RETRY_MILLISECONDS;
     }

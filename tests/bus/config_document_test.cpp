@@ -4,22 +4,7 @@
 
 using namespace support;
 
-class ConfigDocument : public DaemonOnItsOwnBus {
-protected:
-    void startReady(std::string_view setup = "{}")
-    {
-        startWith(setup);
-        gatewayReady();
-    }
-    int64_t set(const std::string &document)
-    {
-        return callForNumber("jsonsetall", document);
-    }
-    Json group(const std::string &word)
-    {
-        return Json(callForText("jsongetgroup", word));
-    }
-};
+class ConfigDocument : public ConfigurableDaemon {};
 
 TEST_F(ConfigDocument, LogsEveryMissingGroup)
 {

@@ -6,22 +6,8 @@
 using namespace support;
 using testing::ElementsAre;
 
-// The configuration is written through the gate, which a reported gateway opens.
-class ConfigMethods : public DaemonOnItsOwnBus {
+class ConfigMethods : public ConfigurableDaemon {
 protected:
-    void startReady(std::string_view setup = "{}")
-    {
-        startWith(setup);
-        gatewayReady();
-    }
-    int64_t set(const std::string &document)
-    {
-        return callForNumber("jsonsetall", document);
-    }
-    Json group(const std::string &word)
-    {
-        return Json(callForText("jsongetgroup", word));
-    }
     Json all()
     {
         return Json(callForText("jsongetall", ""));

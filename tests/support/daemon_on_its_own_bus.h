@@ -81,4 +81,22 @@ protected:
     bool endsOrderly = true;  // whether TearDown asks a running daemon to end, and looks how it did
 };
 
+// The configuration is written through the gate, which a reported gateway opens.
+class ConfigurableDaemon : public DaemonOnItsOwnBus {
+protected:
+    void startReady(std::string_view setup = "{}")
+    {
+        startWith(setup);
+        gatewayReady();
+    }
+    int64_t set(const std::string &document)
+    {
+        return callForNumber("jsonsetall", document);
+    }
+    Json group(const std::string &word)
+    {
+        return Json(callForText("jsongetgroup", word));
+    }
+};
+
 }  // namespace support
