@@ -1,6 +1,7 @@
 #include "config/snapshot.h"
 
 #include "config/json_fields.h"
+#include "main/json_text.h"
 #include "main/scope.h"
 #include "scene/sdk_command.h"
 
@@ -141,12 +142,9 @@ GetDev *setGetDevice(const char *text)
         LOG(ERROR, "jsonStr is NULL\n");
         return nullptr;
     }
-    json_error_t error;
-    const Owned<json_t> root(json_loads(text, 0, &error));
-    if (!root) {
-        LOG(ERROR, "error: on line %d: %s\n", error.line, error.text);
+    const Owned<json_t> root(loadJsonOrLog(text));
+    if (!root)
         return nullptr;
-    }
     if (!json_is_object(root.get())) {
         LOG(ERROR, "error: root is not an object\n");
         return nullptr;

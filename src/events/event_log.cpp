@@ -2,6 +2,7 @@
 
 #include "config/snapshot.h"
 #include "main/json_memory.h"
+#include "main/json_text.h"
 #include "main/locks.h"
 #include "main/log.h"
 #include "main/scope.h"
@@ -249,8 +250,10 @@ json_t *eventLogToJson(const EventLog *log)
         setObject(object, "meter", meterToJson(log->meter));
         setObject(object, "switch_color", switchcolorToJson(log->switch_color));
     }
-    if (log->payload)
-        setObject(object, "payload", json_loads(log->payload, 0, nullptr));
+    if (log->payload) {
+        json_error_t error;
+        setObject(object, "payload", loadJson(log->payload, &error));
+    }
     noteSerialized(log->sequence);
     return object;
 }

@@ -1,0 +1,52 @@
+#include "main/json_text.h"
+
+#include "main/log.h"
+
+#include <cstdio>
+
+// The line on which the text nests too deep, or 0. Strings are skipped: what looks like a bracket
+// there opens nothing.
+static int lineOfExcessDepth(const char *text)
+{
+    int line = 1;
+    int depth = 0;
+    bool inString = false;
+    for (const char *at = text; *at; ++at) {
+        if (*at == '\n')
+            ++line;
+        if (inString) {
+            if (*at == '\\' && at[1])
+                ++at;
+            else if (*at == '"')
+                inString = false;
+        } else if (*at == '"') {
+            inString = true;
+        } else if (*at == '{' || *at == '[') {
+            if (++depth > MAX_JSON_DEPTH)
+                return line;
+        } else if (*at == '}' || *at == ']') {
+            --depth;
+        }
+    }
+    return 0;
+}
+
+json_t *loadJson(const char *text, json_error_t *error)
+{
+    const int line = lineOfExcessDepth(text);
+    if (line == 0)
+        return json_loads(text, 0, error);
+    *error = {};
+    error->line = line;
+    snprintf(error->text, sizeof error->text, "maximum parsing depth reached");
+    return nullptr;
+}
+
+json_t *loadJsonOrLog(const char *text, const char *caller)
+{
+    json_error_t error;
+    json_t *value = loadJson(text, &error);
+    if (!value)
+        LOG_AS(caller, ERROR, "error: on line %d: %s\n", error.line, error.text);
+    return value;
+}
