@@ -3,11 +3,15 @@
 #include "config/alarm.h"
 #include "config/document.h"
 #include "config/lists.h"
+#include "config/resume.h"
+#include "main/backups.h"
 #include "main/locks.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/stored_file.h"
 #include "main/util.h"
+#include "main/write_ahead.h"
+#include "scene/runner.h"
 
 #include <cstring>
 
@@ -17,13 +21,28 @@ int appConfigInit(apr_pool_t *pool)
     return appConfigParser(pool);
 }
 
-int appConfigParser(apr_pool_t *)
+// The home-security scene may have left devices as they are not meant to stay, and what puts them
+// back goes with the configuration.
+static void runHomeSecurityResume(apr_pool_t *pool)
+{
+    const MutexLock lock(homeSceneResumeList_mutex);
+    HomeSceneResume *newest = LAST_ELEMENT(HomeSceneResume, node, &resumeHomeSceneListHead);
+    if (!newest)
+        return;
+    doScene(pool, newest->scene);
+    freeHomeSceneResume(newest);  // Deliberate: only the newest; there is one alarm at a time
+}
+
+int appConfigParser(apr_pool_t *pool)
 {
     freeAppConfigList();
+    // After it, for it also empties the time-table and would drop what is planned here.
+    runHomeSecurityResume(pool);
 
     Owned<char> text;
     {
         const MutexLock lock(app_config_mutex);
+        finishInterruptedWrites();
         text.reset(jsonStrReadFromFile(appSetupPath()));
     }
     if (!text) {
@@ -47,6 +66,6 @@ int saveJsonToFlash()
     if (!text)
         return -1;
     const MutexLock lock(app_config_mutex);
-    bufWriteToFile(appSetupPath(), text.get(), strlen(text.get()) + 1);
+    storeDocument(appSetupPath(), text.get(), strlen(text.get()) + 1);
     return 0;
 }

@@ -4,12 +4,14 @@
 #include "main/log.h"
 #include "main/scope.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -61,7 +63,7 @@ char *jsonStrReadFromFile(const char *path)
         LOG(INFO, "%s is empty.", path);  // Deliberate: no newline.
         return nullptr;
     }
-    const OwnedFile file(fopen(path, "r"));
+    const OwnedFile file(fopen(path, "re"));
     if (!file) {
         perror("fopen");
         return nullptr;
@@ -91,7 +93,37 @@ char *jsonStrReadFromFile(const char *path)
     return text.release();
 }
 
-static void writeLayout(FILE *file, const char *buffer, size_t size)
+bool lengthFieldHolds(const char *path)
+{
+    const OwnedFile file(fopen(path, "re"));
+    unsigned char field[LENGTH_FIELD];
+    struct stat status;
+    if (!file || fread(field, 1, sizeof field, file.get()) != sizeof field ||
+        fstat(fileno(file.get()), &status) != 0)
+        return false;
+    const uint32_t length = field[0] | static_cast<uint32_t>(field[1]) << 8 |
+                            static_cast<uint32_t>(field[2]) << 16 |
+                            static_cast<uint32_t>(field[3]) << 24;
+    return status.st_size - LENGTH_FIELD == static_cast<off_t>(length);
+}
+
+// Writes all of it; 0, or the error that stopped it. `written` counts on what reached the file.
+static int writeAll(int file, const void *bytes, size_t size, size_t &written)
+{
+    const char *rest = static_cast<const char *>(bytes);
+    for (written = 0; written < size;) {
+        const ssize_t count = write(file, rest + written, size - written);
+        if (count < 0 && errno != EINTR)
+            return errno;
+        if (count == 0)
+            return ENOSPC;
+        if (count > 0)
+            written += static_cast<size_t>(count);
+    }
+    return 0;
+}
+
+static int writeLayout(int file, const char *buffer, size_t size)
 {
     const auto length = static_cast<uint32_t>(size);
     const unsigned char field[LENGTH_FIELD] = {
@@ -100,13 +132,15 @@ static void writeLayout(FILE *file, const char *buffer, size_t size)
         static_cast<unsigned char>(length >> 16),
         static_cast<unsigned char>(length >> 24),
     };
-    // Unbuffered, so that a write that stores nothing shows here and not at the close.
-    setvbuf(file, nullptr, _IONBF, 0);
-    const size_t fieldWritten = fwrite(field, 1, sizeof field, file);
-    const size_t written = fwrite(buffer, 1, size, file);
+    size_t fieldWritten;
+    size_t written = 0;
+    int error = writeAll(file, field, sizeof field, fieldWritten);
+    if (error == 0)
+        error = writeAll(file, buffer, size, written);
     if (fieldWritten == 0 || written == 0)
         LOG_AS("bufWriteToFile", DEBUG, "fwrite fail writeSize: %d, size: %d\n",
                static_cast<int>(written), static_cast<int>(size));
+    return error;
 }
 
 int bufWriteToFile(const char *path, const char *text, size_t size)
@@ -114,17 +148,22 @@ int bufWriteToFile(const char *path, const char *text, size_t size)
     const Owned<char> buffer(static_cast<char *>(calloc(size, 1)));
     if (!buffer) {
         LOG(ERROR, "calloc fail\n");
+        errno = ENOMEM;
         return -1;
     }
     memcpy(buffer.get(), text, strnlen(text, size));
-    OwnedFile file(fopen(path, "w+"));
-    if (!file) {
+    const int file = open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (file < 0) {
+        const int error = errno;
         perror("fopen");
+        errno = error;
         return -1;
     }
-    writeLayout(file.get(), buffer.get(), size);
-    file.reset();
+    int error = writeLayout(file, buffer.get(), size);
+    if (close(file) != 0 && error == 0)
+        error = errno;
     setConfigTime(time(nullptr));
+    errno = error;
     return 0;
 }
 

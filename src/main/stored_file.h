@@ -17,8 +17,13 @@ const char *scheduleResumePath();
 // appSetup.json.
 char *jsonStrReadFromFile(const char *path);
 
-// Stores `size` bytes, which must be the text's length plus one or more. 0, or -1 when the file
-// cannot be opened. The caller holds app_config_mutex.
+// Whether the length field of a stored file equals the number of bytes that follow.
+bool lengthFieldHolds(const char *path);
+
+// Writes `size` bytes, which must be the text's length plus one or more, over what the file holds.
+// 0, or -1 when the file cannot be opened. errno is 0 afterwards when every byte was written, else
+// it says why not. The caller holds app_config_mutex. The documents are stored through
+// storeDocument, which survives what may happen meanwhile.
 int bufWriteToFile(const char *path, const char *text, size_t size);
 
 // When the configuration was last touched: seconds since the epoch, 0 when never.

@@ -1,0 +1,93 @@
+#include "main/backups.h"
+
+#include "main/config_file.h"
+#include "main/locks.h"
+#include "main/log.h"
+#include "main/stored_file.h"
+#include "main/write_ahead.h"
+
+#include <climits>
+#include <cstdio>
+#include <unistd.h>
+
+static constexpr const char *SUFFIXES[] = {"_bak", "_bak2"};  // by generation
+
+// In the order in which they are copied.
+static constexpr const char *(*DOCUMENTS[])() = {appSetupPath, scheduleResumePath};
+
+struct BackupPath {
+    char text[PATH_MAX];
+
+    BackupPath(const char *document, Generation generation)
+    {
+        snprintf(text, sizeof text, "%s%s", document, SUFFIXES[generation]);
+    }
+};
+
+static bool isReadable(const char *path)
+{
+    return access(path, R_OK) == 0;
+}
+
+// 1 when there was something to copy. Deliberate: how the copy went is not counted.
+static int backUp(const char *source, const char *destination)
+{
+    if (!isReadable(source))
+        return 0;
+    replaceDocument(source, destination);
+    return 1;
+}
+
+int backUpDocuments()
+{
+    const MutexLock lock(app_config_mutex);
+    int copies = 0;
+    for (const auto document : DOCUMENTS) {
+        const BackupPath first(document(), FIRST_BACKUP);
+        const BackupPath second(document(), SECOND_BACKUP);
+        copies += backUp(first.text, second.text);
+        copies += backUp(document(), first.text);
+    }
+    return copies;
+}
+
+// As backUp. Noted in the log in the name of `caller`, if any.
+static int restore(const char *document, Generation generation, const char *caller)
+{
+    const BackupPath backup(document, generation);
+    if (!isReadable(backup.text))
+        return 0;
+    if (caller)
+        LOG_AS(caller, INFO, "copy JSON_SETUP_FILE\n");
+    replaceDocument(backup.text, document);
+    if (caller)
+        LOG_AS(caller, INFO, "copy JSON_SETUP_FILE complete\n");
+    return 1;
+}
+
+int restoreDocuments(apr_pool_t *pool, Generation generation, const char *caller)
+{
+    int copies;
+    {
+        const MutexLock lock(app_config_mutex);
+        copies = restore(appSetupPath(), generation, caller);
+        copies += restore(scheduleResumePath(), generation, nullptr);
+    }
+    appConfigParser(pool);
+    return copies;
+}
+
+void resetDocuments()
+{
+    for (const auto document : DOCUMENTS)
+        removeDocument(document());
+}
+
+void finishInterruptedWrites()
+{
+    for (const auto document : DOCUMENTS) {
+        finishInterruptedWrite(document());
+        finishInterruptedWrite(BackupPath(document(), FIRST_BACKUP).text);
+        finishInterruptedWrite(BackupPath(document(), SECOND_BACKUP).text);
+    }
+}
