@@ -3,10 +3,7 @@
 #include "bus/handlers.h"
 #include "bus/outbound.h"
 #include "config/document.h"
-#include "config/macro.h"
-#include "config/room.h"
-#include "config/scene.h"
-#include "config/schedule.h"
+#include "config/groups.h"
 #include "main/config_file.h"
 #include "main/json_memory.h"
 #include "main/locks.h"
@@ -17,45 +14,27 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
-
-struct Group {
-    const char *word;
-    Mutex *mutex;
-    ListNode *head;
-    json_t *(*titles)(ListNode *head);
-    json_t *(*elements)(ListNode *head);
-};
-
-static constexpr Group GROUPS[] = {
-    {"macros", &macroList_mutex, &macrosListHead, macrosTitleToJson, macrosToJson},
-    {"scenes", &scenesList_mutex, &scenesListHead, scenesTitleToJson, scenesToJson},
-    {"rooms", &roomsList_mutex, &roomsListHead, roomsTitleToJson, roomsToJson},
-    {"schedules", &schedulesList_mutex, &schedulesListHead, schedulesTitleToJson, schedulesToJson},
-};
 
 using Serializer = json_t *(*)(ListNode *head);
 
 static Owned<json_t> buildOf(const char *word, Serializer Group::*serializer)
 {
-    for (const Group &group : GROUPS) {
-        if (strcmp(group.word, word) == 0) {
-            const MutexLock lock(*group.mutex);
-            return Owned<json_t>((group.*serializer)(group.head));
-        }
-    }
-    return nullptr;
+    const Group *group = titledGroup(word);
+    if (!group)
+        return nullptr;
+    const MutexLock lock(*group->mutex);
+    return Owned<json_t>((group->*serializer)(group->head));
 }
 
 static Owned<json_t> buildTitles(const char *word)
 {
-    return buildOf(word, &Group::titles);
+    return buildOf(word, &Group::titlesToJson);
 }
 
 static Owned<json_t> buildGroup(const char *word)
 {
-    return buildOf(word, &Group::elements);
+    return buildOf(word, &Group::toJson);
 }
 
 static Owned<json_t> buildAll(const char *)
@@ -114,25 +93,63 @@ static bool mayWrite()
     return gateway_app_star2 != 0 && !locked;
 }
 
-HandlerResult app_dbus_jsonSetAll(DBusConnection *connection, DBusMessage *message, void *,
-                                  apr_pool_t *)
+// A write method: replies 1 when the text changed the configuration, which is then saved, else 0.
+static HandlerResult applyJson(const char *caller, LogLevel level, DBusConnection *connection,
+                               DBusMessage *message, bool (*apply)(const char *text))
 {
-    if (!mayWrite())
-        return HANDLED;  // Deliberate: refused without a reply or a line in the log.
     const Owned<DBusMessage> reply(dbus_message_new_method_return(message));
     if (!reply)
         return NO_MEMORY;
     const char *text;
     if (!readText(message, &text))
         return NOT_HANDLED;
-    LOG(INFO, "word: %s\n", text);
-    const bool stored = parseAll(text) == 1;
-    if (stored) {
-        LOG(INFO, "2 word: \n");
+    LOG_AS(caller, level, "word: %s\n", text);
+    const bool changed = apply(text);
+    if (changed)
         saveJsonToFlash();
-    }
-    sendInteger(connection, reply.get(), stored ? 1 : 0);
+    sendInteger(connection, reply.get(), changed ? 1 : 0);
     return HANDLED;
+}
+
+static bool setAll(const char *text)
+{
+    if (parseAll(text) != 1)
+        return false;
+    LOG_AS("app_dbus_jsonSetAll", INFO, "2 word: \n");
+    return true;
+}
+
+static bool del(const char *text)
+{
+    return parseToDel(text) == 1;
+}
+
+static bool rename(const char *text)
+{
+    return parseRename(text) == 1;
+}
+
+HandlerResult app_dbus_jsonSetAll(DBusConnection *connection, DBusMessage *message, void *,
+                                  apr_pool_t *)
+{
+    if (!mayWrite())
+        return HANDLED;  // Deliberate: refused without a reply or a line in the log.
+    return applyJson(__func__, INFO, connection, message, setAll);
+}
+
+HandlerResult app_dbus_jsonDel(DBusConnection *connection, DBusMessage *message, void *,
+                               apr_pool_t *)
+{
+    if (!mayWrite())
+        return HANDLED;  // Deliberate: as above.
+    return applyJson(__func__, DEBUG, connection, message, del);
+}
+
+// Deliberate: renaming is never refused.
+HandlerResult app_dbus_jsonRename(DBusConnection *connection, DBusMessage *message, void *,
+                                  apr_pool_t *)
+{
+    return applyJson(__func__, DEBUG, connection, message, rename);
 }
 
 HandlerResult enableLock(DBusConnection *, DBusMessage *, void *, apr_pool_t *)

@@ -4,13 +4,23 @@
 
 #include <cstdio>
 
-bool readText(DBusMessage *message, const char **text)
+static bool readArgument(DBusMessage *message, int type, void *argument)
 {
     BusError error;
-    if (dbus_message_get_args(message, error, DBUS_TYPE_STRING, text, DBUS_TYPE_INVALID))
+    if (dbus_message_get_args(message, error, type, argument, DBUS_TYPE_INVALID))
         return true;
     fprintf(stderr, "%s\n", error.message());
     return false;
+}
+
+bool readText(DBusMessage *message, const char **text)
+{
+    return readArgument(message, DBUS_TYPE_STRING, text);
+}
+
+bool readInteger(DBusMessage *message, int32_t *number)
+{
+    return readArgument(message, DBUS_TYPE_INT32, number);
 }
 
 static void sendReply(DBusConnection *connection, DBusMessage *reply, int type, const void *answer)
@@ -22,6 +32,10 @@ static void sendReply(DBusConnection *connection, DBusMessage *reply, int type, 
 
 void sendText(DBusConnection *connection, DBusMessage *reply, const char *answer)
 {
+    if (!dbus_validate_utf8(answer, nullptr)) {
+        LOG(ERROR, "The reply is no UTF-8\n");
+        return;
+    }
     sendReply(connection, reply, DBUS_TYPE_STRING, &answer);
 }
 

@@ -24,7 +24,11 @@ using BusHandler = HandlerResult(DBusConnection *connection, DBusMessage *messag
 // standard error, when the arguments are others.
 bool readText(DBusMessage *message, const char **text);
 
+// The same for one signed 32-bit argument.
+bool readInteger(DBusMessage *message, int32_t *number);
+
 // Appends the answer and sends the reply, without waiting for it to leave.
+// A text that is no UTF-8, which the bus does not carry, is logged instead.
 void sendText(DBusConnection *connection, DBusMessage *reply, const char *answer);
 void sendInteger(DBusConnection *connection, DBusMessage *reply, int32_t answer);
 void sendUnsigned(DBusConnection *connection, DBusMessage *reply, uint32_t answer);

@@ -13,7 +13,18 @@ BusHandler app_dbus_jsonGetTitles;
 BusHandler app_dbus_jsonGetGroup;
 BusHandler app_dbus_jsonGetAll;
 BusHandler app_dbus_jsonSetAll;
+BusHandler app_dbus_jsonDel;
+BusHandler app_dbus_jsonRename;
 BusHandler enableLock;
+
+// The stored documents (bus/file_methods.cpp).
+BusHandler app_dbus_getDat;
+BusHandler app_dbus_reset_config;
+BusHandler app_dbus_backup_config;
+BusHandler app_dbus_restore_config;
+BusHandler app_dbus_restore_config2;
+BusHandler app_dbus_backup_OvrinData;
+BusHandler app_dbus_sendDat;
 
 // Control (bus/control_methods.cpp).
 BusHandler app_dbus_doScene;

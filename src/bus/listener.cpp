@@ -16,6 +16,7 @@ static constexpr const char *UPDATE_CHECK_PATH = "/com/OvrinTech/message/checkup
 
 static constexpr const char *EVENT_SIGNALS = "com.OvrinTech.signal.event";
 static constexpr const char *APP = "com.OvrinTech.app";
+static constexpr const char *SWITCH_APP = "com.OvrinTech.switch.app";
 static constexpr const char *ZWAVE_EVENT = "com.OvrinTech.zwave.event";
 
 static constexpr int SIGNAL = DBUS_MESSAGE_TYPE_SIGNAL;
@@ -43,8 +44,16 @@ static constexpr Route ROUTES[] = {
     {METHOD, APP, "jsonsetall", app_dbus_jsonSetAll},
     {METHOD, APP, "enablelock", enableLock},
     {METHOD, APP, "jsongetall", app_dbus_jsonGetAll},
+    {METHOD, APP, "jsondel", app_dbus_jsonDel},
+    {METHOD, APP, "jsonrename", app_dbus_jsonRename},
     {METHOD, APP, "doscene", app_dbus_doScene},
     {METHOD, APP, "doscenemode", app_dbus_doScenemode},
+    {METHOD, APP, "getDat", app_dbus_getDat},
+    {METHOD, SWITCH_APP, "resetConfig", app_dbus_reset_config},
+    {METHOD, SWITCH_APP, "backupConfig", app_dbus_backup_config},
+    {METHOD, SWITCH_APP, "restoreConfig", app_dbus_restore_config},
+    {METHOD, SWITCH_APP, "restoreConfig2", app_dbus_restore_config2},
+    {METHOD, SWITCH_APP, "backupOvrinData", app_dbus_backup_OvrinData},
     {METHOD, ZWAVE_EVENT, "event", app_dbus_event_method},
 };
 

@@ -1,7 +1,7 @@
 // Cameras: one record for each camera the user has registered, found by its uid.
 //
-// Nothing here locks but setCameras; the caller holds camerasList_mutex while it walks or changes
-// the list.
+// Nothing here locks but setCameras and delCameras; the caller holds camerasList_mutex while it
+// walks or changes the list.
 
 #pragma once
 
@@ -27,6 +27,10 @@ void freeCameras(ListNode *head);
 // Each returns 1 when something was stored or created, else 0.
 int setCameras(json_t *array);  // locks camerasList_mutex
 int setCamera(json_t *object, ListNode *head);
+
+// Each returns 1 when something was deleted, else 0.
+int delCameras(json_t *array);  // locks camerasList_mutex
+int delCamera(json_t *object, ListNode *head);
 
 json_t *cameraToJson(const Camera *camera);
 json_t *camerasToJson(ListNode *head);

@@ -1,49 +1,29 @@
 #include "config/document.h"
 
 #include "bus/outbound.h"
-#include "config/alarm.h"
-#include "config/camera.h"
-#include "config/event_filter.h"
-#include "config/macro.h"
-#include "config/reg_device.h"
-#include "config/room.h"
-#include "config/scene.h"
-#include "config/schedule.h"
-#include "config/target_name.h"
+#include "config/groups.h"
 #include "main/json_memory.h"
-#include "main/locks.h"
+#include "main/json_text.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/util.h"
 
-enum GroupKind { OBJECT, ARRAY };
+#include <span>
 
-// A top-level member of the document.
-struct ReadGroup {
-    const char *key;
-    GroupKind kind;
-    int (*apply)(json_t *value);
-    const char *absent;  // logged when the member is absent or of another type; null says nothing
+static constexpr GroupId SET_ORDER[] = {
+    TARGET_NAMES,       CAMERAS, MACROS, SCENES, SCHEDULES, ROOMS, EVENT_FILTERS,
+    REGISTERED_DEVICES, ALARM,
 };
 
-// In the order in which the groups are applied.
-static constexpr ReadGroup READ_GROUPS[] = {
-    {"targetNames", OBJECT, setTargetNames, "targetNames does not exist\n"},
-    {"cameras", ARRAY, setCameras, "cameras does not exist\n"},
-    {"macros", ARRAY, setMacros, "macros does not exist\n"},
-    {"scenes", ARRAY, setScenes, "scenes does not exist\n"},
-    {"schedules", ARRAY, setSchedules, "schedules does not exist\n"},
-    {"rooms", ARRAY, setRooms, "rooms does not exist\n"},
-    {"eventFilter", ARRAY, setEventFilter,
-     "eventFilter does not exist1\n"},  // Deliberate: the trailing digit.
-    {"registeredDevices", ARRAY, setRegisteredDevices, nullptr},
-    {"alarm", OBJECT, setAlarm, nullptr},
+// The alarm cannot be deleted.
+static constexpr GroupId DELETE_ORDER[] = {
+    EVENT_FILTERS, REGISTERED_DEVICES, TARGET_NAMES, CAMERAS, MACROS, SCENES, SCHEDULES, ROOMS,
 };
 
-static bool isOfKind(const json_t *value, GroupKind kind)
-{
-    return kind == OBJECT ? json_is_object(value) : json_is_array(value);
-}
+static constexpr GroupId WRITE_ORDER[] = {
+    TARGET_NAMES,       CAMERAS, MACROS, SCENES, ROOMS, SCHEDULES, EVENT_FILTERS, ALARM,
+    REGISTERED_DEVICES,
+};
 
 static void announceConfiguration()
 {
@@ -53,66 +33,90 @@ static void announceConfiguration()
         dbus_signal_event(text.get(), "jsongetall");
 }
 
-int parseAll(const char *text)
+// What a document is read for: to set or to delete.
+struct DocumentUse {
+    const char *function;  // in whose name it is logged
+    std::span<const GroupId> order;
+    int (*Group::*apply)(json_t *value);
+    const char *Group::*absent;
+};
+
+static int applyGroups(const json_t *root, const DocumentUse &use)
 {
-    json_error_t error;
-    Owned<json_t> root(json_loads(text, 0, &error));
-    if (!root) {
-        LOG(ERROR, "error: on line %d: %s\n", error.line, error.text);
-        return 0;
-    }
-    if (!json_is_object(root.get())) {
-        LOG(ERROR, "error: root is not an object\n");
-        return 0;
-    }
     int result = 0;
-    for (const ReadGroup &group : READ_GROUPS) {
-        json_t *value = json_object_get(root.get(), group.key);
-        if (isOfKind(value, group.kind))
-            result = group.apply(value);
-        else if (group.absent)
-            LOG(ERROR, "%s", group.absent);
+    for (const GroupId id : use.order) {
+        const Group &group = groupOf(id);
+        json_t *value = json_object_get(root, group.key);
+        const bool present = group.kind == OBJECT ? json_is_object(value) : json_is_array(value);
+        if (present)
+            result = (group.*use.apply)(value);
+        else if (group.*use.absent)
+            LOG_AS(use.function, ERROR, "%s", group.*use.absent);
     }
+    return result;
+}
+
+static int applyDocument(const char *text, const DocumentUse &use)
+{
+    Owned<json_t> root(loadJsonOrLog(text, use.function));
+    if (!root)
+        return 0;
+    if (!json_is_object(root.get())) {
+        LOG_AS(use.function, ERROR, "error: root is not an object\n");
+        return 0;
+    }
+    const int result = applyGroups(root.get(), use);
     root.reset();
     announceConfiguration();
     return result;
 }
 
-// No list, but built like one: with its defaults when nobody has set it.
-LOCKING(requires_capability(alarm_mutex))
-static json_t *buildAlarm(ListNode *)
+int parseAll(const char *text)
 {
-    ensureAlarm();
-    return alarmToJson(ovrinAlarm);
+    return applyDocument(text, {__func__, SET_ORDER, &Group::set, &Group::setAbsent});
 }
 
-struct WrittenGroup {
-    const char *key;
-    Mutex *mutex;
-    ListNode *head;
-    json_t *(*build)(ListNode *head);
-};
+int parseToDel(const char *text)
+{
+    return applyDocument(text, {__func__, DELETE_ORDER, &Group::del, &Group::delAbsent});
+}
 
-// In the order in which the groups are built.
-static constexpr WrittenGroup WRITTEN_GROUPS[] = {
-    {"targetNames", &targetNamesList_mutex, &targetNamesListHead, targetNamesToJson},
-    {"cameras", &camerasList_mutex, &camerasListHead, camerasToJson},
-    {"macros", &macroList_mutex, &macrosListHead, macrosToJson},
-    {"scenes", &scenesList_mutex, &scenesListHead, scenesToJson},
-    {"rooms", &roomsList_mutex, &roomsListHead, roomsToJson},
-    {"schedules", &schedulesList_mutex, &schedulesListHead, schedulesToJson},
-    {"eventFilter", &eventFilter_mutex, &eventFilterListHead, eventFilterToJson},
-    {"alarm", &alarm_mutex, nullptr, buildAlarm},
-    {"registeredDevices", &pushDevList_mutex, &pushDevsListHead, registeredDevicesToJson},
-};
+int parseRename(const char *text)
+{
+    enum { GROUP, OLD_TITLE, NEW_TITLE, COUNT };
+    const Owned<json_t> root(loadJsonOrLog(text));
+    if (!root)
+        return 0;
+    if (!json_is_array(root.get())) {
+        LOG(ERROR, "root is not an array\n");
+        return 0;
+    }
+    const char *texts[COUNT] = {};
+    for (size_t i = 0; i < json_array_size(root.get()); ++i) {
+        const char *data = json_string_value(json_array_get(root.get(), i));
+        if (!data) {
+            LOG(ERROR, "data %d is not a string\n", static_cast<int>(i + 1));
+            return 0;
+        }
+        if (i < COUNT)
+            texts[i] = data;
+    }
+    const Group *group = texts[GROUP] ? titledGroup(texts[GROUP]) : nullptr;
+    if (!group) {
+        LOG(ERROR, "at default\n");
+        return 0;
+    }
+    return group->rename(texts[OLD_TITLE], texts[NEW_TITLE]);
+}
 
 json_t *getAllAppConfig()
 {
     const JsonMemory memory;
     Owned<json_t> root(json_object());
-    for (const WrittenGroup &group : WRITTEN_GROUPS) {
+    for (const GroupId id : WRITE_ORDER) {
+        const Group &group = groupOf(id);
         const MutexLock lock(*group.mutex);  // one list at a time, never two
-        json_t *value = group.build(group.head);
+        json_t *value = group.toJson(group.head);
         if (value)
             json_object_set_new(root.get(), group.key, value);
     }

@@ -72,7 +72,7 @@ int addEventFilter(json_t *object, ListNode *head)
     const EventFilter wanted = readFilter(object);
     const MutexLock lock(eventFilter_mutex);
     if (searchEventFliter(head, wanted.uid, wanted.channel, wanted.eventCode))
-        return 0;  // nothing new to store
+        return 1;  // stored already
     EventFilter *filter = callocEventFilter();
     if (!filter)
         return 0;
@@ -87,6 +87,25 @@ int setEventFilter(json_t *array)
     for (json_t *filter : OBJECTS(array, "filter %d is not an object\n"))
         stored |= addEventFilter(filter, &eventFilterListHead);
     return stored;
+}
+
+int delEventFilter(json_t *object, ListNode *head)
+{
+    const EventFilter named = readFilter(object);
+    const MutexLock lock(eventFilter_mutex);
+    EventFilter *filter = searchEventFliter(head, named.uid, named.channel, named.eventCode);
+    if (!filter)
+        return 0;
+    freeEventFilter(filter);
+    return 1;
+}
+
+int delEventFilters(json_t *array)
+{
+    int deleted = 0;
+    for (json_t *filter : OBJECTS(array, "filter %d is not an object\n"))
+        deleted |= delEventFilter(filter, &eventFilterListHead);
+    return deleted;
 }
 
 static json_t *filterToJson(const EventFilter *filter)

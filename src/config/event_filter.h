@@ -1,5 +1,5 @@
 // Event filters: which events are not announced. A negative field is not set. Nothing here locks
-// but addEventFilter; the caller holds eventFilter_mutex.
+// but addEventFilter and delEventFilter; the caller holds eventFilter_mutex.
 
 #pragma once
 
@@ -27,5 +27,9 @@ void freeEventFilterList(ListNode *head);
 // Each returns 1 when something was stored or created, else 0.
 int setEventFilter(json_t *array);
 int addEventFilter(json_t *object, ListNode *head);  // locks eventFilter_mutex
+
+// Each returns 1 when something was deleted, else 0.
+int delEventFilters(json_t *array);
+int delEventFilter(json_t *object, ListNode *head);  // locks eventFilter_mutex
 
 json_t *eventFilterToJson(ListNode *head);

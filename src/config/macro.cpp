@@ -1,6 +1,7 @@
 #include "config/macro.h"
 
 #include "config/json_fields.h"
+#include "config/text_index.h"
 
 #include <cstdlib>
 
@@ -191,14 +192,16 @@ static Macro *addMacro(const char *title, ListNode *head)
     return macro;
 }
 
-int setMacro(json_t *object, ListNode *head)
+static int setIndexedMacro(json_t *object, ListNode *head, TextIndex<Macro> &index)
 {
     const char *title = memberText(object, "title");
-    Macro *macro = searchMacro(head, title);
-    if (!macro)
+    Macro *macro = index.find(title);
+    if (!macro) {
         macro = addMacro(title, head);
-    if (!macro)
-        return 0;
+        if (!macro)
+            return 0;
+        index.add(*macro);
+    }
     readFields(object, *macro, MACRO_FIELDS);
     json_t *notifications = json_object_get(object, "enabled_notifications");
     if (json_is_array(notifications))
@@ -212,14 +215,81 @@ int setMacro(json_t *object, ListNode *head)
     return 1;
 }
 
+int setMacro(json_t *object, ListNode *head)
+{
+    TextIndex<Macro> index(ELEMENTS(Macro, node, head), &Macro::title, 1);
+    return setIndexedMacro(object, head, index);
+}
+
 int setMacros(json_t *array)
 {
+    TextIndex<Macro> index(ELEMENTS(Macro, node, &macrosListHead), &Macro::title,
+                           json_array_size(array));
     int stored = 0;
     for (json_t *macro : OBJECTS(array, "Macros %d is not an object\n")) {
         const MutexLock lock(macroList_mutex);
-        stored |= setMacro(macro, &macrosListHead);
+        stored |= setIndexedMacro(macro, &macrosListHead, index);
     }
     return stored;
+}
+
+enum SceneDeletion { NO_SCENE, SCENE_PART_NAMED, SCENE_DELETED, OTHER_SCENE_NAMED };
+
+// "scene" as a text has to be the macro's; as an object it names parts of the macro's own scene, or
+// without any the whole.
+static SceneDeletion delSceneOfMacro(json_t *value, Macro &macro)
+{
+    if (json_is_object(value)) {
+        if (!macro.scene)
+            return SCENE_PART_NAMED;  // Deliberate: it was not the whole macro that was meant
+        if (!delSceneComps(value, macro.scene)) {
+            freeScene(macro.scene);
+            macro.scene = nullptr;
+        }
+        return SCENE_DELETED;
+    }
+    if (!json_is_string(value))
+        return NO_SCENE;
+    const char *name = json_string_value(value);
+    if (strcmp(name, macro.sceneName) != 0) {
+        LOG_AS("delMacro", DEBUG, "delete sceneName_text: %s, searchedMacro->sceneName: %s\n", name,
+               macro.sceneName);
+        return OTHER_SCENE_NAMED;
+    }
+    macro.sceneName[0] = '\0';
+    return SCENE_DELETED;
+}
+
+int delMacro(json_t *object, ListNode *head)
+{
+    Macro *macro = searchMacro(head, memberText(object, "title"));
+    if (!macro)
+        return 0;
+    const SceneDeletion scene = delSceneOfMacro(json_object_get(object, "scene"), *macro);
+    if (scene == OTHER_SCENE_NAMED)
+        return 0;
+    const int triggers = delTrigger(json_object_get(object, "triggers"), &macro->triggers);
+    if (scene == NO_SCENE && !triggers) {
+        freeMacro(&macro->node);
+        return 1;
+    }
+    return scene == SCENE_DELETED || triggers;
+}
+
+int delMacros(json_t *array)
+{
+    int deleted = 0;
+    for (json_t *macro : OBJECTS(array, "Macros %d is not an object\n")) {
+        const MutexLock lock(macroList_mutex);
+        deleted |= delMacro(macro, &macrosListHead);
+    }
+    return deleted;
+}
+
+int renameMacroTitle(const char *oldTitle, const char *newTitle)
+{
+    const MutexLock lock(macroList_mutex);
+    return renameTitle(ELEMENTS(Macro, node, &macrosListHead), oldTitle, newTitle);
 }
 
 // The slots that are set, in their order; an empty array when there are none.

@@ -1,7 +1,8 @@
 // Macros: rules whose triggers run a scene and send notifications.
 //
-// Nothing here locks its list but setMacros; the caller holds macroList_mutex for the macros list.
-// Copying, freeing and listing take Macro_op_mutex for a private scene.
+// Nothing here locks its list but setMacros, delMacros and renameMacroTitle; the caller holds
+// macroList_mutex for the macros list. Copying, freeing and listing take Macro_op_mutex for a
+// private scene.
 
 #pragma once
 
@@ -56,6 +57,13 @@ void listMacros(ListNode *head);
 int setMacros(json_t *array);  // locks macroList_mutex
 int setMacro(json_t *object, ListNode *head);
 int setEnabledNotifications(json_t *array, Macro *macro);
+
+// Each returns 1 when something was deleted, else 0.
+int delMacros(json_t *array);  // locks macroList_mutex
+int delMacro(json_t *object, ListNode *head);
+
+// 1 when the title was changed, else 0. Locks macroList_mutex.
+int renameMacroTitle(const char *oldTitle, const char *newTitle);
 
 json_t *macroToJson(const Macro *macro);
 json_t *macrosToJson(ListNode *head);

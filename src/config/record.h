@@ -78,3 +78,23 @@ Record *findByTarget(const ListWalk<Record> &walk, const TargetId &target)
     }
     return nullptr;
 }
+
+// Gives the first record titled `oldTitle` a title that no record of the walk has: 1 when it was
+// changed, else 0, logged in the name of the rename… function that calls it.
+template <typename Record>
+int renameTitle(const ListWalk<Record> &walk, const char *oldTitle, const char *newTitle,
+                const char *caller = __builtin_FUNCTION(), int line = __builtin_LINE())
+{
+    const auto refuse = [&](const char *format, const char *title) {
+        ovrin_log_write(ERROR, caller, line, "app", format, title);
+        return 0;
+    };
+    if (!oldTitle || !newTitle)
+        return refuse("title is NULL\n", nullptr);
+    Record *record = findByText(walk, &Record::title, oldTitle);
+    if (!record)
+        return refuse("Not find oldTitle: %s\n", oldTitle);
+    if (findByText(walk, &Record::title, newTitle))
+        return refuse("there has been a %s title\n", newTitle);
+    return JsonStrCopy(record->title, newTitle);
+}

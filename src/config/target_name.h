@@ -1,5 +1,5 @@
 // Target names: the user's names for device channels, by the key "dev.if.ch". Nothing here locks
-// but setTargetNames; the caller holds targetNamesList_mutex.
+// but setTargetNames and delTargetNames; the caller holds targetNamesList_mutex.
 
 #pragma once
 
@@ -23,6 +23,10 @@ void freeTargetNames(ListNode *head);
 
 // 1 when something was stored or created, else 0. Locks targetNamesList_mutex.
 int setTargetNames(json_t *object);
+
+// Deletes the names of the object's members, whatever their values. 1 when one was deleted, else 0.
+// Locks targetNamesList_mutex.
+int delTargetNames(json_t *object);
 
 // One member for each name.
 json_t *targetNamesToJson(ListNode *head);

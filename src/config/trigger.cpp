@@ -114,6 +114,30 @@ int setTrigger(json_t *array, ListNode *head)
     return stored;
 }
 
+static int delOneTrigger(const json_t *object, ListNode *head)
+{
+    const json_t *targetObject = json_object_get(object, "target");
+    if (!json_is_object(targetObject)) {
+        LOG_AS("delTrigger", ERROR, "target isn't object\n");
+        return 0;
+    }
+    TargetId target;
+    getTarget(target, targetObject);
+    Trigger *trigger = searchTrigger(target.dev, target.if_, target.ch, head);
+    if (!trigger)
+        return 0;
+    freeTrigger(trigger);
+    return 1;
+}
+
+int delTrigger(json_t *array, ListNode *head)
+{
+    int deleted = 0;
+    for (json_t *trigger : OBJECTS_NAMED(array, "in %s,triggers %d data is not an object\n"))
+        deleted |= delOneTrigger(trigger, head);
+    return deleted;
+}
+
 json_t *triggerToJson(const Trigger *trigger)
 {
     json_t *object = json_object();

@@ -29,4 +29,6 @@ void listTriggers(ListNode *head);
 
 // 1 when something was stored or created, else 0.
 int setTrigger(json_t *array, ListNode *head);
+// Deletes each trigger whose target the array names; 1 when one was deleted, else 0.
+int delTrigger(json_t *array, ListNode *head);
 json_t *triggerToJson(const Trigger *trigger);

@@ -301,8 +301,6 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedDocument{"NothingKnown", R"({"colour":"red"})", "rooms does not exist"},
         RefusedDocument{"WrongTypes", R"({"scenes":{"title":"x"},"targetNames":[1]})",
                         "targetNames does not exist"},
-        RefusedDocument{"AFilterThatIsThere", R"({"eventFilter":[{"uid":5}]})",
-                        "rooms does not exist"},
         RefusedDocument{"SceneIsANumber", R"({"scenes":[5]})",
                         "in setScenes,scenes 1 data is not an object"},
         RefusedDocument{"MacroIsANumber", R"({"macros":[5]})", "Macros 1 is not an object"},
@@ -318,11 +316,18 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedDocument{"NameIsANumber", R"({"targetNames":{"a":5}})", "value is not a string."}),
     caseName);
 
-TEST_F(ConfigMethods, AnswersWithTheResultOfTheLastGroup)
+TEST_F(ConfigMethods, CountsAFilterThatIsThereAlreadyAsStored)
 {
     startReady(R"({"eventFilter":[{"uid":5}]})");
-    EXPECT_EQ(set(R"({"scenes":[{"title":"Evening"}],"eventFilter":[{"uid":5}]})"), 0)
-        << "the filters come last and changed nothing";
+    EXPECT_EQ(set(R"({"eventFilter":[{"uid":5}]})"), 1);
+    EXPECT_EQ(Json(callForText("jsongetall", ""))["eventFilter"], Json(R"([{"uid":5}])"));
+}
+
+TEST_F(ConfigMethods, AnswersWithTheResultOfTheLastGroup)
+{
+    startReady();
+    EXPECT_EQ(set(R"({"scenes":[{"title":"Evening"}],"eventFilter":[]})"), 0)
+        << "the filters come last and held nothing";
     EXPECT_EQ(callForText("jsongettitles", "scenes"), R"(["Evening"])")
         << "the scene is there all the same";
     EXPECT_FALSE(Json(daemon.storedSetup())["scenes"].size()) << "but it is not saved";
