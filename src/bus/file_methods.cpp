@@ -25,6 +25,7 @@ HandlerResult app_dbus_getDat(DBusConnection *connection, DBusMessage *message, 
     Owned<char> text;
     {
         const MutexLock lock(app_config_mutex);
+        finishInterruptedWrite(appSetupPath());
         text.reset(jsonStrReadFromFile(appSetupPath()));
     }
     if (!text) {

@@ -8,6 +8,7 @@
 
 #include <climits>
 #include <cstdio>
+#include <sys/stat.h>
 #include <unistd.h>
 
 static constexpr const char *SUFFIXES[] = {"_bak", "_bak2"};  // by generation
@@ -26,28 +27,36 @@ struct BackupPath {
 
 static bool isReadable(const char *path)
 {
-    return access(path, R_OK) == 0;
+    struct stat status;
+    return stat(path, &status) == 0 && S_ISREG(status.st_mode) && access(path, R_OK) == 0;
 }
 
-// 1 when there was something to copy. Deliberate: how the copy went is not counted.
-static int backUp(const char *source, const char *destination)
+// Both generations move on, or neither does. Deliberate: how the copies went is not counted.
+static int backUp(const char *document)
 {
-    if (!isReadable(source))
-        return 0;
-    replaceDocument(source, destination);
-    return 1;
+    const BackupPath first(document, FIRST_BACKUP);
+    const BackupPath second(document, SECOND_BACKUP);
+    finishInterruptedWrite(document);
+    const bool hasFirst = isReadable(first.text);
+    const bool hasDocument = isReadable(document);
+    if ((!hasFirst || stageCopy(first.text, second.text)) &&
+        (!hasDocument || stageCopy(document, first.text))) {
+        if (hasFirst)
+            commitCopy(second.text);
+        if (hasDocument)
+            commitCopy(first.text);
+    } else {
+        dropCopy(second.text);
+    }
+    return static_cast<int>(hasFirst) + static_cast<int>(hasDocument);
 }
 
 int backUpDocuments()
 {
     const MutexLock lock(app_config_mutex);
     int copies = 0;
-    for (const auto document : DOCUMENTS) {
-        const BackupPath first(document(), FIRST_BACKUP);
-        const BackupPath second(document(), SECOND_BACKUP);
-        copies += backUp(first.text, second.text);
-        copies += backUp(document(), first.text);
-    }
+    for (const auto document : DOCUMENTS)
+        copies += backUp(document());
     return copies;
 }
 
@@ -59,7 +68,9 @@ static int restore(const char *document, Generation generation, const char *call
         return 0;
     if (caller)
         LOG_AS(caller, INFO, "copy JSON_SETUP_FILE\n");
-    replaceDocument(backup.text, document);
+    finishInterruptedWrite(document);  // or it would come after the backup
+    if (stageCopy(backup.text, document))
+        commitCopy(document);
     if (caller)
         LOG_AS(caller, INFO, "copy JSON_SETUP_FILE complete\n");
     return 1;
@@ -87,7 +98,7 @@ void finishInterruptedWrites()
 {
     for (const auto document : DOCUMENTS) {
         finishInterruptedWrite(document());
-        finishInterruptedWrite(BackupPath(document(), FIRST_BACKUP).text);
-        finishInterruptedWrite(BackupPath(document(), SECOND_BACKUP).text);
+        dropCopy(BackupPath(document(), FIRST_BACKUP).text);
+        dropCopy(BackupPath(document(), SECOND_BACKUP).text);
     }
 }

@@ -19,6 +19,6 @@ int restoreDocuments(apr_pool_t *pool, Generation generation, const char *caller
 // Deliberate: takes no lock.
 void resetDocuments();
 
-// Finishes or undoes what a kill or a power cut interrupted, for every document and backup. The
-// caller holds app_config_mutex.
+// Finishes or undoes what a kill or a power cut interrupted, for both documents and their backups.
+// The caller holds app_config_mutex.
 void finishInterruptedWrites();

@@ -51,6 +51,24 @@ struct CloseFile {
 };
 using OwnedFile = std::unique_ptr<FILE, CloseFile>;
 
+static long long lengthOf(const unsigned char (&field)[LENGTH_FIELD])
+{
+    return field[0] | static_cast<uint32_t>(field[1]) << 8 | static_cast<uint32_t>(field[2]) << 16 |
+           static_cast<uint32_t>(field[3]) << 24;
+}
+
+StoredLength readStoredLength(const char *path)
+{
+    const OwnedFile file(fopen(path, "re"));
+    struct stat status;
+    if (!file || fstat(fileno(file.get()), &status) != 0)
+        return {};
+    unsigned char field[LENGTH_FIELD];
+    if (fread(field, 1, sizeof field, file.get()) != sizeof field)
+        return {.readable = !ferror(file.get()), .field = 0, .following = 0};
+    return {.readable = true, .field = lengthOf(field), .following = status.st_size - LENGTH_FIELD};
+}
+
 char *jsonStrReadFromFile(const char *path)
 {
     struct stat status;
@@ -77,11 +95,12 @@ char *jsonStrReadFromFile(const char *path)
         LOG(ERROR, "calloc fail\n");
         return nullptr;
     }
-    char prefix[LENGTH_FIELD];
+    unsigned char prefix[LENGTH_FIELD];
     if (fread(prefix, 1, sizeof prefix, file.get()) != sizeof prefix)
         return nullptr;
     size_t start = 0;
-    if (prefix[2] == '{') {  // a document behind a prefix of two bytes
+    // A document behind a prefix of two bytes; a length of some eight million has that byte, too.
+    if (prefix[2] == '{' && lengthOf(prefix) != status.st_size - LENGTH_FIELD) {
         memcpy(text.get(), prefix + 2, 2);
         start = 2;
     }
@@ -91,20 +110,6 @@ char *jsonStrReadFromFile(const char *path)
         return nullptr;
     }
     return text.release();
-}
-
-bool lengthFieldHolds(const char *path)
-{
-    const OwnedFile file(fopen(path, "re"));
-    unsigned char field[LENGTH_FIELD];
-    struct stat status;
-    if (!file || fread(field, 1, sizeof field, file.get()) != sizeof field ||
-        fstat(fileno(file.get()), &status) != 0)
-        return false;
-    const uint32_t length = field[0] | static_cast<uint32_t>(field[1]) << 8 |
-                            static_cast<uint32_t>(field[2]) << 16 |
-                            static_cast<uint32_t>(field[3]) << 24;
-    return status.st_size - LENGTH_FIELD == static_cast<off_t>(length);
 }
 
 // Writes all of it; 0, or the error that stopped it. `written` counts on what reached the file.

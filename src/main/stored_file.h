@@ -17,8 +17,13 @@ const char *scheduleResumePath();
 // appSetup.json.
 char *jsonStrReadFromFile(const char *path);
 
-// Whether the length field of a stored file equals the number of bytes that follow.
-bool lengthFieldHolds(const char *path);
+// What a stored file's length field says, and how many bytes follow it.
+struct StoredLength {
+    bool readable;  // the file can be opened; one too short for the field has nothing that follows
+    long long field;
+    long long following;
+};
+StoredLength readStoredLength(const char *path);
 
 // Writes `size` bytes, which must be the text's length plus one or more, over what the file holds.
 // 0, or -1 when the file cannot be opened. errno is 0 afterwards when every byte was written, else

@@ -11,16 +11,21 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-struct CopyPath {
+// A neighbour of a document.
+struct SidePath {
     char text[PATH_MAX];
 
-    explicit CopyPath(const char *path)
+    SidePath(const char *path, const char *suffix)
     {
-        snprintf(text, sizeof text, "%s.new", path);
+        snprintf(text, sizeof text, "%s%s", path, suffix);
     }
 };
+
+static constexpr const char *NEW = ".new";
+static constexpr const char *COPY = ".copy";
 
 // Brings what was written, or for a folder what was renamed and removed, onto the disk. errno says
 // what failed.
@@ -47,35 +52,45 @@ static void syncFolderOf(const char *path)
     syncPath(slash ? folder : ".", O_DIRECTORY);
 }
 
-static void putInPlace(const char *copy, const char *path)
+// False when it did not come to its place; it then stays where it is.
+static bool putInPlace(const char *side, const char *path)
 {
-    if (rename(copy, path) != 0)
-        LOG(ERROR, "%s cannot be put in place: %s\n", copy, strerror(errno));
+    if (!syncPath(side, 0) || rename(side, path) != 0) {
+        LOG(ERROR, "%s cannot be put in place: %s\n", side, strerror(errno));
+        return false;
+    }
     syncFolderOf(path);
+    return true;
 }
 
-static int giveUp(const CopyPath &copy, const char *path)
+static bool exists(const char *path)
 {
-    LOG_AS("storeDocument", ERROR, "%s cannot be stored: %s\n", path, strerror(errno));
-    unlink(copy.text);
-    return -1;
+    return access(path, F_OK) == 0;
 }
 
 int storeDocument(const char *path, const char *text, size_t size)
 {
-    const CopyPath copy(path);
-    if (bufWriteToFile(copy.text, text, size) != 0 || errno != 0 || !syncPath(copy.text, 0))
-        return giveUp(copy, path);
-    syncFolderOf(path);
-    if (bufWriteToFile(path, text, size) != 0)  // not opened, and so not touched
-        return giveUp(copy, path);
-    if (errno == 0 && syncPath(path, 0)) {
-        unlink(copy.text);
-        syncFolderOf(path);
-        return 0;
+    const SidePath ahead(path, NEW);
+    finishInterruptedWrite(path);
+    if (exists(ahead.text)) {  // it may be all there is
+        LOG(ERROR, "%s cannot be stored: %s is in the way\n", path, ahead.text);
+        return -1;
     }
-    LOG(ERROR, "%s cannot be written over: %s\n", path, strerror(errno));
-    putInPlace(copy.text, path);
+    if (bufWriteToFile(ahead.text, text, size) != 0 || errno != 0 || !syncPath(ahead.text, 0)) {
+        LOG(ERROR, "%s cannot be stored: %s\n", path, strerror(errno));
+        unlink(ahead.text);
+        return -1;
+    }
+    const bool isFirst = !exists(path);
+    syncFolderOf(path);
+    if (bufWriteToFile(path, text, size) != 0 || errno != 0 || !syncPath(path, 0)) {
+        LOG(ERROR, "%s cannot be written over: %s\n", path, strerror(errno));
+        return putInPlace(ahead.text, path) ? 0 : -1;
+    }
+    if (isFirst)
+        syncFolderOf(path);
+    unlink(ahead.text);
+    syncFolderOf(path);  // or a later power cut could bring the copy back
     return 0;
 }
 
@@ -90,48 +105,79 @@ int copyFile(const char *source, const char *destination)
     return runShell(command);
 }
 
-int replaceDocument(const char *source, const char *path)
+static bool sameSize(const char *path, const char *other)
 {
-    const CopyPath copy(path);
+    struct stat one;
+    struct stat two;
+    return stat(path, &one) == 0 && stat(other, &two) == 0 && one.st_size == two.st_size;
+}
+
+bool stageCopy(const char *source, const char *path)
+{
+    const SidePath copy(path, COPY);
     const int status = copyFile(source, copy.text);
-    if (status != 0 || !syncPath(copy.text, 0)) {
-        LOG(ERROR, "%s cannot be copied to %s, status: %d\n", source, path, status);
-        unlink(copy.text);
-        return status;
-    }
-    putInPlace(copy.text, path);
-    return status;
+    // Judged by what arrived: the status also tells of an owner that could not be kept.
+    if (sameSize(source, copy.text) && syncPath(copy.text, 0))
+        return true;
+    LOG(ERROR, "%s cannot be copied to %s, status: %d\n", source, path, status);
+    unlink(copy.text);
+    return false;
+}
+
+void commitCopy(const char *path)
+{
+    putInPlace(SidePath(path, COPY).text, path);
+}
+
+void dropCopy(const char *path)
+{
+    unlink(SidePath(path, COPY).text);
 }
 
 void removeDocument(const char *path)
 {
-    const CopyPath copy(path);
-    unlink(copy.text);  // first: a copy that stays behind would bring the document back
+    unlink(SidePath(path, NEW).text);  // first: it would bring the document back
     unlink(path);
     syncFolderOf(path);
 }
 
-// The length field equals what follows, and the text parses.
-static bool isWhole(const char *path)
+enum Examined { WHOLE, TORN, UNREADABLE };
+
+// Whole: the length field equals what follows, and the text parses.
+static Examined examine(const char *path)
 {
-    if (!lengthFieldHolds(path))
-        return false;
+    const StoredLength length = readStoredLength(path);
+    if (!length.readable)
+        return UNREADABLE;
+    if (length.field != length.following || length.field == 0)
+        return TORN;
     const Owned<char> text(jsonStrReadFromFile(path));
+    if (!text)
+        return UNREADABLE;
     json_error_t error;
-    return text && Owned<json_t>(loadJson(text.get(), &error));
+    if (Owned<json_t>(loadJson(text.get(), &error)))
+        return WHOLE;
+    return json_error_code(&error) == json_error_out_of_memory ? UNREADABLE : TORN;
 }
 
 void finishInterruptedWrite(const char *path)
 {
-    const CopyPath copy(path);
-    if (access(copy.text, F_OK) != 0)
+    dropCopy(path);
+    const SidePath ahead(path, NEW);
+    if (!exists(ahead.text))
         return;
-    if (isWhole(copy.text)) {
-        LOG(INFO, "%s was not finished and is now put in place\n", copy.text);
-        putInPlace(copy.text, path);
-    } else {
-        LOG(INFO, "%s is not whole and is removed\n", copy.text);
-        unlink(copy.text);
+    switch (examine(ahead.text)) {
+    case WHOLE:
+        LOG(INFO, "%s was not finished and is now put in place\n", ahead.text);
+        putInPlace(ahead.text, path);
+        break;
+    case TORN:
+        LOG(INFO, "%s is not whole and is removed\n", ahead.text);
+        unlink(ahead.text);
         syncFolderOf(path);
+        break;
+    case UNREADABLE:
+        LOG(ERROR, "%s cannot be read: %s\n", ahead.text, strerror(errno));
+        break;
     }
 }
