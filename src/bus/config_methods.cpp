@@ -10,7 +10,7 @@
 #include "main/log.h"
 #include "main/stored_file.h"
 #include "main/util.h"
-#include "scene/tick.h"
+#include "scene/housekeeping.h"
 
 #include <cmath>
 #include <cstdlib>

@@ -5,7 +5,11 @@
 #include "main/locks.h"
 #include "main/log.h"
 #include "main/settings.h"
+#include "scene/home_security.h"
+#include "scene/housekeeping.h"
 #include "scene/runner.h"
+
+#include <cstring>
 
 HandlerResult app_dbus_doScene(DBusConnection *connection, DBusMessage *message, void *,
                                apr_pool_t *pool)
@@ -40,5 +44,63 @@ HandlerResult app_dbus_doScenemode(DBusConnection *connection, DBusMessage *mess
         return NOT_HANDLED;
     applySceneMode(__func__, mode);
     sendText(connection, reply.get(), mode);
+    return HANDLED;
+}
+
+HandlerResult app_dbus_setDST(DBusConnection *, DBusMessage *, void *, apr_pool_t *)
+{
+    setDSTflag = 1;
+    LOG(DEBUG, "dbus setDST=1 \n");
+    return HANDLED;
+}
+
+static void readPositionAnew()
+{
+    const Owned<apr_pool_t> pool = createPool();
+    readPosition(pool.get());
+}
+
+HandlerResult app_dbus_enableastclock(DBusConnection *connection, DBusMessage *message, void *,
+                                      apr_pool_t *)
+{
+    const Owned<DBusMessage> reply(dbus_message_new_method_return(message));
+    if (!reply)
+        return NO_MEMORY;
+    const char *mode;
+    if (!readText(message, &mode))
+        return NOT_HANDLED;
+    LOG(INFO, "scene name: %s\n", mode);  // Deliberate: the text of another method.
+    if (strcmp(mode, "1") == 0) {
+        enast = 1;
+        LOG(INFO, "enable astclock: %s\n", mode);
+    } else if (strcmp(mode, "0") == 0) {
+        enast = 0;
+        LOG(INFO, "disable astclock: %s\n", mode);
+    }
+    readPositionAnew();
+    sendText(connection, reply.get(), mode);
+    return HANDLED;
+}
+
+// Serves both coordinates; the tick announces the new times.
+HandlerResult reloadPosition(DBusConnection *, DBusMessage *, void *, apr_pool_t *)
+{
+    readPositionAnew();
+    astclockflag = 1;
+    return HANDLED;
+}
+
+HandlerResult app_dbus_setHomeScene(DBusConnection *connection, DBusMessage *message, void *,
+                                    apr_pool_t *pool)
+{
+    const Owned<DBusMessage> reply(dbus_message_new_method_return(message));
+    if (!reply)
+        return NO_MEMORY;
+    int32_t enable = -1;
+    if (!readInteger(message, &enable))
+        return NOT_HANDLED;
+    LOG(INFO, "enable: %d\n", enable);
+    setHomeSceneEnable(pool, enable);
+    sendInteger(connection, reply.get(), 1);
     return HANDLED;
 }

@@ -29,3 +29,7 @@ BusHandler app_dbus_sendDat;
 // Control (bus/control_methods.cpp).
 BusHandler app_dbus_doScene;
 BusHandler app_dbus_doScenemode;
+BusHandler app_dbus_setDST;
+BusHandler app_dbus_enableastclock;
+BusHandler reloadPosition;
+BusHandler app_dbus_setHomeScene;

@@ -172,6 +172,12 @@ void freeGetDevice_dev(GetDev_dev *device)
     freeMem(device);
 }
 
+GetDev_channel *channelOf(const GetDev *getDev, const TargetId &target)
+{
+    const GetDev_dev *device = getDev ? searchDeviceFromGetDev(getDev, target.dev) : nullptr;
+    return device ? searchChannelFromGetDev(device, target.ch) : nullptr;
+}
+
 void freeGetDevice(GetDev *getDev)
 {
     if (!getDev) {

@@ -85,6 +85,9 @@ copyGetDev_dev_channel_switch_color(const GetDev_channel_switch_color *color);
 GetDev_dev *searchDeviceFromGetDev(const GetDev *getDev, Integer id);
 GetDev_channel *searchChannelFromGetDev(const GetDev_dev *device, Integer chid);
 
+// The channel of a target in a snapshot, which may be null; null when it is not there.
+GetDev_channel *channelOf(const GetDev *getDev, const TargetId &target);
+
 void freeGetDevice(GetDev *getDev);
 void freeGetDevice_dev(GetDev_dev *device);
 void freeGetDevice_dev_channel(GetDev_channel *channel);

@@ -6,8 +6,11 @@
 #include "config/alarm.h"
 #include "config/device.h"
 
+enum AlarmPhase : int { ENTRY_DELAY, SOUNDING, CANCELLED };
+
 struct HomeSceneData {
     Alarm alarmSetting;
+    AlarmPhase phase;
     Integer dev;  // the reporting device and channel: the target of the push text (dev, if 0, ch)
     Integer ch;
     GetDev_channel *channel;  // owned copies of the device and channel that triggered

@@ -11,6 +11,8 @@
 #include "main/scope.h"
 #include "main/settings.h"
 #include "main/util.h"
+#include "scene/home_security.h"
+#include "scene/housekeeping.h"
 #include "scene/reply_check.h"
 #include "scene/sdk_command.h"
 #include "scene/tick.h"
@@ -178,6 +180,7 @@ static const char *handleEvent(apr_pool_t *pool, const DeviceEvent &event, Repor
         return "triggeredDev is NULL\n";
     if (!report.channel)
         return "triggeredChannel is NULL\n";
+    homeSceneDetach(pool, event.gid, event.channelID, report.device, report.channel);
     matchMacros({event.eventCode, *getCurTime(), logged, *report.device, *report.channel});
     return nullptr;
 }

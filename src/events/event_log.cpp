@@ -1,5 +1,6 @@
 #include "events/event_log.h"
 
+#include "bus/outbound.h"
 #include "config/snapshot.h"
 #include "main/json_memory.h"
 #include "main/json_text.h"
@@ -9,8 +10,8 @@
 #include "main/settings.h"
 #include "main/stored_file.h"
 #include "main/util.h"
+#include "scene/housekeeping.h"
 #include "scene/runner.h"
-#include "scene/tick.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -170,6 +171,15 @@ MacroEventLog *addMacroEventLog(const TriggerThrData *data, const Scene *scene)
     return enterMacroEventLog(log);
 }
 
+MacroEventLog *addMacroEventLogInAlarm()
+{
+    MacroEventLog *log = callocMacroEventLog();
+    if (!log)
+        return nullptr;
+    log->scene = copyText("Home Security Alarm");
+    return enterMacroEventLog(log);
+}
+
 static void setText(json_t *object, const char *key, const char *text)
 {
     if (text)
@@ -187,6 +197,19 @@ char *genMacroEvent(const MacroEventLog *log)
     const Owned<json_t> root(json_object());
     json_object_set_new(root.get(), "EventMacro", event);
     return memory.ranOut() ? nullptr : json_dumps_dbg(root.get(), JSON_TEXT_FLAGS);
+}
+
+void announceMacroEvent(MacroEventLog *log)
+{
+    if (!log)
+        return;
+    {
+        const MutexLock lock(macroEvent_mutex);  // two announcements never interleave
+        const Owned<char> document(genMacroEvent(log));
+        if (document)
+            dbus_signal_event(document.get(), "MacroEvent");
+    }
+    freeMacroEventLog(log);
 }
 
 struct LogMember {

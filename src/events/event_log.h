@@ -77,8 +77,15 @@ bool addEventLog(Integer eventCode, Integer gid, Integer channelID, const char *
 // freeMacroEventLog; null without a record or memory. `scene` may be null.
 MacroEventLog *addMacroEventLog(const TriggerThrData *data, const Scene *scene);
 
+// The same for an alarm: no macro, and "Home Security Alarm" for the scene.
+MacroEventLog *addMacroEventLogInAlarm();
+
 // The document of a macro event, as text that the caller frees.
 char *genMacroEvent(const MacroEventLog *log);
+
+// Announces what an add… function returned as "MacroEvent", and frees it; null is left out. Locks
+// macroEvent_mutex.
+void announceMacroEvent(MacroEventLog *log);
 
 // A new value that the caller owns; null for null. The caller holds eventLog_mutex for a listed
 // record. Serializing an older record than the last one resets sunrise and sunset.

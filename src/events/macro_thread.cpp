@@ -166,20 +166,6 @@ static Scene *copySceneOf(const Macro &macro)
     return copyScene(searchScene(&scenesListHead, macro.sceneName));
 }
 
-static void announceMacroEvent(const TriggerThrData *record, const Scene *scene)
-{
-    MacroEventLog *log = addMacroEventLog(record, scene);
-    if (!log)
-        return;
-    {
-        const MutexLock lock(macroEvent_mutex);  // two announcements never interleave
-        const Owned<char> document(genMacroEvent(log));
-        if (document)
-            dbus_signal_event(document.get(), "MacroEvent");
-    }
-    freeMacroEventLog(log);
-}
-
 static void runScene(apr_pool_t *pool, TriggerThrData *record, const MacroRun &run)
     LOCKING(requires_capability(resumeSceneList_mutex))
 {
@@ -191,7 +177,7 @@ static void runScene(apr_pool_t *pool, TriggerThrData *record, const MacroRun &r
     }
     // Without a record of what to put back the scene would run anew with every trigger: not at all.
     if (addResumeScene(pool, record->macro, record->channel, scene)) {
-        announceMacroEvent(record, scene);
+        announceMacroEvent(addMacroEventLog(record, scene));
         doScene(pool, scene);
     }
     if (scene)

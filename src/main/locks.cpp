@@ -88,6 +88,7 @@ static constexpr Mutex *PROMISED[][2] = {
     {&resumeSceneList_mutex, &scenesList_mutex},
     {&schedulesList_mutex, &scenesList_mutex},
     {&scenesList_mutex, &resumeScheduleList_mutex},
+    {&resumeScheduleList_mutex, &app_config_mutex},
     {&scenesList_mutex, &Macro_op_mutex},
     {&resumeScheduleList_mutex, &Macro_op_mutex},
     {&homeSceneResumeList_mutex, &Macro_op_mutex},

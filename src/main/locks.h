@@ -62,7 +62,7 @@ timespec timeUntil(const timespec &deadline);
 //   equeue_mutex → tick_mutex → everything below
 //   macroList → doSceneThrList → schedulesList | scenesList
 //   resumeSceneList → doSceneThrList | scenesList
-//   schedulesList → scenesList → resumeScheduleList
+//   schedulesList → scenesList → resumeScheduleList → app_config
 //   Macro_op → TheadList
 //   scenesList | resumeSceneList → doscene_act | scene_int → Macro_op
 //   pushDevList → sysCmdList

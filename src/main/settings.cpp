@@ -98,7 +98,7 @@ static void readCustomer(apr_pool_t *pool)
         LOG_AS(START, INFO, "customer name NULL: %s\n", value ? value : "");
 }
 
-static void readPosition(apr_pool_t *pool)
+void readPosition(apr_pool_t *pool)
 {
     const double longitude = decimalSetting(pool, "setastclock_lon");
     const double latitude = decimalSetting(pool, "setastclock_lat");

@@ -36,6 +36,9 @@ void applySceneMode(const char *caller, const char *value);
 // Reads every setting from nvram, in the fixed order. A missing answer counts as 0, or as unset.
 void readSettings(apr_pool_t *pool);
 
+// Reads lon and lat from nvram. Locks settings_mutex.
+void readPosition(apr_pool_t *pool);
+
 // Copies the value into tutkUUID, cut to fit; null only logs.
 void getTUTKUUID(const char *value);
 

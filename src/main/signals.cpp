@@ -3,13 +3,16 @@
 #include "main/locks.h"
 #include "main/log.h"
 #include "main/settings.h"
+#include "schedule/schedules.h"
 
 #include <atomic>
 #include <csignal>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 static std::atomic<bool> endRequested;
+static std::atomic<bool> schedulesRequested;
 
 void blockTickSignals()
 {
@@ -20,13 +23,12 @@ void blockTickSignals()
     pthread_sigmask(SIG_BLOCK, &tickSignals, nullptr);
 }
 
-// Schedules are looked at on demand, and only on the main thread: there the signal arrives in the
-// sleep of the main loop, where nothing is held.
+// Schedules are looked at on demand, and only on the main thread, whose loop does it: what locks
+// and allocates has no place in a handler.
 static void scheduleSignalHandler(int)
 {
-    if (gettid() != mainPid)
-        return;
-    LOG(DEBUG, "schedule signal\n");
+    if (gettid() == mainPid)
+        schedulesRequested = true;
 }
 
 // SIGALRM is waited for by the tick thread and blocked everywhere else, so this never runs. It is
@@ -107,14 +109,19 @@ void installSignalHandlers()
     install(SIGUSR1, scheduleSignalHandler, SA_RESTART);
     install(SIGSEGV, sighandler, static_cast<int>(SA_RESETHAND));
     install(SIGALRM, alarmHandler, SA_RESTART);
+    signal(SIGCHLD, SIG_DFL);  // ignored, as whoever starts the daemon may have it, children could
+                               // not be waited for
 }
 
-static void changeScheduleSignal(int how)
+// Sleeps for a second or until a signal has come. SIGUSR1 is let in only here.
+static void sleepForSignals()
 {
-    sigset_t scheduleSignal;
-    sigemptyset(&scheduleSignal);
-    sigaddset(&scheduleSignal, SIGUSR1);
-    pthread_sigmask(how, &scheduleSignal, nullptr);
+    static constexpr timespec ONE_SECOND = {1, 0};
+    sigset_t letIn;
+    pthread_sigmask(SIG_SETMASK, nullptr, &letIn);
+    for (const int number : {SIGUSR1, SIGTERM, SIGINT})
+        sigdelset(&letIn, number);
+    ppoll(nullptr, 0, &ONE_SECOND, &letIn);
 }
 
 // Not analysed: the lock is never given back, so that no file is opened any more on the way out.
@@ -123,9 +130,12 @@ void runMainLoop()
 {
     install(SIGTERM, endHandler, 0);
     install(SIGINT, endHandler, 0);
-    changeScheduleSignal(SIG_UNBLOCK);
-    while (app_quit == 0 && !endRequested)
-        sleep(1);
-    changeScheduleSignal(SIG_BLOCK);
+    while (app_quit == 0 && !endRequested) {
+        sleepForSignals();
+        if (schedulesRequested.exchange(false)) {
+            LOG_AS("main", DEBUG, "schedule signal\n");
+            doSchedules();
+        }
+    }
     lockMutex(app_config_mutex);
 }

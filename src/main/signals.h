@@ -1,5 +1,5 @@
 // Signals. SIGALRM is the tick's and is taken by the tick thread alone; SIGUSR1 asks for the
-// schedules and runs on the main thread alone; SIGSEGV, SIGTERM and SIGINT end the process.
+// schedules, and the main thread alone takes it; SIGSEGV, SIGTERM and SIGINT end the process.
 
 #pragma once
 

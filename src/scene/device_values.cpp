@@ -23,10 +23,7 @@ static Integer restoredValue(const GetDev_channel &channel, Integer mode, Intege
 
 static void storeValue(const GetDev *reported, Comp &comp, Integer mode)
 {
-    const GetDev_dev *device =
-        reported ? searchDeviceFromGetDev(reported, comp.target.dev) : nullptr;
-    const GetDev_channel *channel =
-        device ? searchChannelFromGetDev(device, comp.target.ch) : nullptr;
+    const GetDev_channel *channel = channelOf(reported, comp.target);
     if (channel)
         comp.value = restoredValue(*channel, mode, comp.value);
     else

@@ -10,6 +10,8 @@
 // Reserved device ids.
 static constexpr Integer UID_SDK_DAEMON = 256;
 static constexpr Integer UID_GAP_STEP = 505;
+static constexpr Integer UID_SUNSET = 508;
+static constexpr Integer UID_SUNRISE = 509;
 static constexpr Integer UID_SCENE_STATUS = 511;
 static constexpr Integer UID_WAIT_STEP = 512;
 static constexpr Integer UID_LAST_ZWAVE_DEVICE = 768;  // cameras are above

@@ -20,9 +20,14 @@ int inTime(const tm &local, const Schedule &schedule)
     return inFirstHour || inLastHour || between;
 }
 
+bool isDaySelected(const Schedule &schedule, const tm &local)
+{
+    return ((schedule.weekdays >> local.tm_wday) & 1) != 0;
+}
+
 int TimeInSchedule(const Schedule &schedule, const tm &local)
 {
-    return ((schedule.weekdays >> local.tm_wday) & 1) != 0 && inTime(local, schedule);
+    return isDaySelected(schedule, local) && inTime(local, schedule);
 }
 
 int checkMacroInSchedules(ListNode *head, const char *macroName, const tm &local)
@@ -31,6 +36,16 @@ int checkMacroInSchedules(ListNode *head, const char *macroName, const tm &local
         return 0;
     for (const Schedule &schedule : ELEMENTS(Schedule, node, head)) {
         if (schedule.enabled != 0 && strcmp(schedule.macro, macroName) == 0 &&
+            TimeInSchedule(schedule, local))
+            return 1;
+    }
+    return 0;
+}
+
+int checkAlarmInSchedules(ListNode *head, const tm &local)
+{
+    for (const Schedule &schedule : ELEMENTS(Schedule, node, head)) {
+        if (schedule.enabled != 0 && schedule.home_security_alarm == 1 &&
             TimeInSchedule(schedule, local))
             return 1;
     }

@@ -411,13 +411,18 @@ TEST_F(SceneDispatch, LosesAndDoublesNothingOfManyScenesPlannedAtOnce)
         client.call(APP, "doscene", {"20"});
         client.call(APP, "doscene", {"21"});
     }
-    ASSERT_TRUE(tickUntil([&] { return sdk.commands().size() >= 2 * ROUNDS * COMMANDS; }));
-    const std::vector<Heard> commands = sdk.commands();
+    const auto switched = [&] {
+        std::vector<Heard> commands = sdk.commands();
+        std::erase_if(commands, [](const Heard &heard) { return heard.uid() == 509; });
+        return commands;  // without what the tick has to say about the sun
+    };
+    ASSERT_TRUE(tickUntil([&] { return switched().size() >= 2 * ROUNDS * COMMANDS; }));
+    const std::vector<Heard> commands = switched();
     std::map<std::string, size_t> sent;
-    for (size_t i = 0; i < commands.size(); ++i) {
-        const int64_t chid = Json(commands[i].text)["control"]["chid"].integer();
-        ++sent[commands[i].text];
-        EXPECT_GE(delay(start, i), 100 * (chid + 1)) << commands[i].text;
+    for (const Heard &command : commands) {
+        const int64_t chid = Json(command.text)["control"]["chid"].integer();
+        ++sent[command.text];
+        EXPECT_GE(millisecondsBetween(start, command.at), 100 * (chid + 1)) << command.text;
     }
     EXPECT_EQ(sent.size(), 2 * COMMANDS);
     for (const auto &[command, times] : sent)

@@ -17,12 +17,13 @@ protected:
     {
         return daemon.timesLogged("resettime1440= ");
     }
-    // The questions of the tick to the SDK daemon itself, in order.
+    // The questions of the tick to the SDK daemon itself, in order; without those of an hour of the
+    // day, which may be any.
     std::vector<std::string> housekeeping() const
     {
         std::vector<std::string> words;
         for (const Heard &heard : sdk.everything()) {
-            if (heard.kind == Heard::CALL && heard.uid() == 256)
+            if (heard.kind == Heard::CALL && heard.uid() == 256 && heard.cmd() != "savedata")
                 words.push_back(heard.cmd());
         }
         return words;

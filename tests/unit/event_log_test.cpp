@@ -5,7 +5,7 @@
 #include "main/json_memory.h"
 #include "main/settings.h"
 #include "main/stored_file.h"
-#include "scene/tick.h"
+#include "scene/housekeeping.h"
 
 #include <apr_general.h>
 #include <cstring>

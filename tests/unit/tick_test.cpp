@@ -1,5 +1,6 @@
 // The tick, driven second by second with times of the test's own.
 
+#include "scene/housekeeping.h"
 #include "scene/tick.h"
 
 #include "daemon_in_process.h"
