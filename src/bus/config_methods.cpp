@@ -4,6 +4,7 @@
 #include "bus/outbound.h"
 #include "config/document.h"
 #include "config/groups.h"
+#include "events/event_documents.h"
 #include "main/config_file.h"
 #include "main/json_memory.h"
 #include "main/locks.h"
@@ -79,6 +80,52 @@ HandlerResult app_dbus_jsonGetAll(DBusConnection *connection, DBusMessage *messa
                                   apr_pool_t *)
 {
     return answerJson(__func__, connection, message, buildAll);
+}
+
+// A read-back of a journal: everything from a sequence number on, which is 0 for no number.
+static HandlerResult answerLog(DBusConnection *connection, DBusMessage *message, apr_pool_t *pool,
+                               char *(*build)(const char *sequence, apr_pool_t *pool))
+{
+    const Owned<DBusMessage> reply(dbus_message_new_method_return(message));
+    if (!reply)
+        return NO_MEMORY;
+    const char *sequence;
+    if (!readText(message, &sequence))
+        return NOT_HANDLED;
+    const char *text = build(sequence, pool);
+    if (!text)
+        return NOT_HANDLED;
+    sendText(connection, reply.get(), text);
+    return HANDLED;
+}
+
+static uint32_t sequenceNumber(const char *text)
+{
+    return static_cast<uint32_t>(atoi(text));
+}
+
+static char *events(const char *sequence, apr_pool_t *pool)
+{
+    return eventLogsToStrBySeq(&eventLogListHead, sequenceNumber(sequence), pool);
+}
+
+static char *macroEvents(const char *sequence, apr_pool_t *pool)
+{
+    const uint32_t number = sequenceNumber(sequence);
+    LOG_AS("app_dbus_jsonGetMacroEventBySeq", DEBUG, "seq: %s %u\n", sequence, number);
+    return macroEventLogsToStrBySeq(&macroEventLogListHead, number, pool);
+}
+
+HandlerResult app_dbus_jsonGetEventBySeq(DBusConnection *connection, DBusMessage *message, void *,
+                                         apr_pool_t *pool)
+{
+    return answerLog(connection, message, pool, events);
+}
+
+HandlerResult app_dbus_jsonGetMacroEventBySeq(DBusConnection *connection, DBusMessage *message,
+                                              void *, apr_pool_t *pool)
+{
+    return answerLog(connection, message, pool, macroEvents);
 }
 
 // Writes wait until the gateway counts as started, and are refused while the user has locked the

@@ -2,9 +2,11 @@
 
 #include "bus/handlers.h"
 #include "config/scene.h"
+#include "events/event_documents.h"
 #include "main/locks.h"
 #include "main/log.h"
 #include "main/settings.h"
+#include "notify/push.h"
 #include "scene/home_security.h"
 #include "scene/housekeeping.h"
 #include "scene/runner.h"
@@ -102,5 +104,34 @@ HandlerResult app_dbus_setHomeScene(DBusConnection *connection, DBusMessage *mes
     LOG(INFO, "enable: %d\n", enable);
     setHomeSceneEnable(pool, enable);
     sendInteger(connection, reply.get(), 1);
+    return HANDLED;
+}
+
+HandlerResult app_dbus_send_push(DBusConnection *connection, DBusMessage *message, void *,
+                                 apr_pool_t *pool)
+{
+    const Owned<DBusMessage> reply(dbus_message_new_method_return(message));
+    if (!reply)
+        return NO_MEMORY;
+    const char *text;
+    if (!readText(message, &text))
+        return NOT_HANDLED;
+    LOG(DEBUG, "word: %s\n", text);
+    sendText(connection, reply.get(), sendPush(pool, text) < 0 ? "fail" : "done");
+    return HANDLED;
+}
+
+HandlerResult app_dbus_set_eventLog_recentNum(DBusConnection *connection, DBusMessage *message,
+                                              void *, apr_pool_t *)
+{
+    const Owned<DBusMessage> reply(dbus_message_new_method_return(message));
+    if (!reply)
+        return NO_MEMORY;
+    uint32_t number;
+    if (!readUnsigned(message, &number))
+        return NOT_HANDLED;
+    recentLogNum = number;
+    LOG(DEBUG, "recentLogNum: %u\n", number);
+    sendUnsigned(connection, reply.get(), 1);
     return HANDLED;
 }

@@ -3,7 +3,7 @@
 
 #include "bus/handlers.h"
 #include "bus/outbound.h"
-#include "events/event_log.h"
+#include "events/event_documents.h"
 #include "main/backups.h"
 #include "main/config_file.h"
 #include "main/locks.h"

@@ -23,6 +23,11 @@ bool readInteger(DBusMessage *message, int32_t *number)
     return readArgument(message, DBUS_TYPE_INT32, number);
 }
 
+bool readUnsigned(DBusMessage *message, uint32_t *number)
+{
+    return readArgument(message, DBUS_TYPE_UINT32, number);
+}
+
 static void sendReply(DBusConnection *connection, DBusMessage *reply, int type, const void *answer)
 {
     if (!dbus_message_append_args(reply, type, answer, DBUS_TYPE_INVALID) ||

@@ -24,8 +24,9 @@ using BusHandler = HandlerResult(DBusConnection *connection, DBusMessage *messag
 // standard error, when the arguments are others.
 bool readText(DBusMessage *message, const char **text);
 
-// The same for one signed 32-bit argument.
+// The same for one 32-bit argument.
 bool readInteger(DBusMessage *message, int32_t *number);
+bool readUnsigned(DBusMessage *message, uint32_t *number);
 
 // Appends the answer and sends the reply, without waiting for it to leave.
 // A text that is no UTF-8, which the bus does not carry, is logged instead.

@@ -15,6 +15,8 @@ BusHandler app_dbus_jsonGetAll;
 BusHandler app_dbus_jsonSetAll;
 BusHandler app_dbus_jsonDel;
 BusHandler app_dbus_jsonRename;
+BusHandler app_dbus_jsonGetEventBySeq;
+BusHandler app_dbus_jsonGetMacroEventBySeq;
 BusHandler enableLock;
 
 // The stored documents (bus/file_methods.cpp).
@@ -33,3 +35,5 @@ BusHandler app_dbus_setDST;
 BusHandler app_dbus_enableastclock;
 BusHandler reloadPosition;
 BusHandler app_dbus_setHomeScene;
+BusHandler app_dbus_send_push;
+BusHandler app_dbus_set_eventLog_recentNum;

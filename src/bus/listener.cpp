@@ -17,6 +17,7 @@ static constexpr const char *UPDATE_CHECK_PATH = "/com/OvrinTech/message/checkup
 static constexpr const char *EVENT_SIGNALS = "com.OvrinTech.signal.event";
 static constexpr const char *APP = "com.OvrinTech.app";
 static constexpr const char *SWITCH_APP = "com.OvrinTech.switch.app";
+static constexpr const char *PUSH_MESSAGES = "com.OvrinTech.message.pushMsg";
 static constexpr const char *ZWAVE_EVENT = "com.OvrinTech.zwave.event";
 
 static constexpr int SIGNAL = DBUS_MESSAGE_TYPE_SIGNAL;
@@ -46,6 +47,8 @@ static constexpr Route ROUTES[] = {
     {METHOD, APP, "jsongetall", app_dbus_jsonGetAll},
     {METHOD, APP, "jsondel", app_dbus_jsonDel},
     {METHOD, APP, "jsonrename", app_dbus_jsonRename},
+    {METHOD, APP, "jsongeteventbyseq", app_dbus_jsonGetEventBySeq},
+    {METHOD, APP, "jsongetmacroeventbyseq", app_dbus_jsonGetMacroEventBySeq},
     {METHOD, APP, "doscene", app_dbus_doScene},
     {METHOD, APP, "doscenemode", app_dbus_doScenemode},
     {METHOD, APP, "setDST", app_dbus_setDST},
@@ -59,6 +62,8 @@ static constexpr Route ROUTES[] = {
     {METHOD, SWITCH_APP, "restoreConfig", app_dbus_restore_config},
     {METHOD, SWITCH_APP, "restoreConfig2", app_dbus_restore_config2},
     {METHOD, SWITCH_APP, "backupOvrinData", app_dbus_backup_OvrinData},
+    {METHOD, PUSH_MESSAGES, "message", app_dbus_send_push},
+    {METHOD, APP, "setRecentEventLogNum", app_dbus_set_eventLog_recentNum},
     {METHOD, ZWAVE_EVENT, "event", app_dbus_event_method},
 };
 

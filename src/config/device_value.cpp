@@ -11,7 +11,7 @@ static constexpr FunctionName FUNCTION_NAMES[] = {
     {FUNC_DOOR, "Door / Window"},
     {FUNC_PIR, "PIR"},
     {15, "Humidity"},
-    {16, "GPIO"},
+    {FUNC_GPIO, "GPIO"},
     {17, "Smoke"},
     {18, "CO"},
     {19, "CO2"},

@@ -3,14 +3,17 @@
 #include "bus/outbound.h"
 #include "config/device_value.h"
 #include "config/macro.h"
+#include "config/room.h"
 #include "config/snapshot.h"
-#include "events/event_log.h"
+#include "events/event_documents.h"
 #include "events/macro_thread.h"
 #include "events/trigger_check.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/settings.h"
 #include "main/util.h"
+#include "notify/push.h"
+#include "notify/push_text.h"
 #include "scene/home_security.h"
 #include "scene/housekeeping.h"
 #include "scene/reply_check.h"
@@ -18,6 +21,7 @@
 #include "scene/tick.h"
 #include "schedule/window.h"
 
+#include <apr_strings.h>
 #include <cstdlib>
 #include <pthread.h>
 
@@ -131,6 +135,81 @@ static bool firesMacros(int eventCode, const LoggedEvent &logged)
            eventCode != EVENT_LOGGED_ONLY_4003;
 }
 
+// Where a two-button product reports its tamper contact, the room is that of another channel.
+struct TamperChannel {
+    Integer productCode;
+    Integer channel;
+    Integer otherwise;  // when that one is in no room
+};
+
+static constexpr TamperChannel TAMPER_CHANNELS[] = {
+    {0x0101020D, 14, 14}, {0x01010224, 14, 14}, {0x0101020E, 13, 13},
+    {0x01010225, 13, 13}, {0x0101020C, 13, 14}, {0x01010223, 13, 14},
+};
+
+static const char *tamperRoom(apr_pool_t *pool, const DeviceEvent &event, Integer productCode)
+{
+    for (const TamperChannel &row : TAMPER_CHANNELS) {
+        if (row.productCode != productCode)
+            continue;
+        const char *room = roomOf(pool, &roomsListHead, event.gid, row.channel);
+        return room ? room : roomOf(pool, &roomsListHead, event.gid, row.otherwise);
+    }
+    return roomOf(pool, &roomsListHead, event.gid, event.channelID);
+}
+
+static void pushTamper(apr_pool_t *pool, const DeviceEvent &event, const char *name,
+                       Integer productCode)
+{
+    const char *room = tamperRoom(pool, event, productCode);
+    const bool japanese = pushLanguage(pool) == JAPANESE;
+    const char *text =
+        room ? apr_psprintf(pool,
+                            japanese ? "%s in %s 取り外し感知 !!" : "%s in %s tamper trigger !!",
+                            name, room)
+             : apr_psprintf(pool, japanese ? "%s  取り外し感知 !!" : "%s  tamper trigger !!", name);
+    sendPush(pool, text);
+}
+
+static void pushLowBattery(apr_pool_t *pool, const DeviceEvent &event, const char *name)
+{
+    const char *room = roomOf(pool, &roomsListHead, event.gid, event.channelID);
+    sendPush(pool, room ? apr_psprintf(pool, "%s in %s low battery  !!", name, room)
+                        : apr_psprintf(pool, "%s  low battery !!", name));
+}
+
+// The hour from which the next low-battery push may go out. The event worker alone uses it.
+static int hourold;
+
+// At most one an hour, from 08:00 to 22:59. Deliberate: after one at 22:xx the next has to wait for
+// some event of hour 23, which starts the count anew.
+static bool mayPushLowBattery(int hour)
+{
+    static constexpr int FIRST_HOUR = 8;
+    static constexpr int END_HOUR = 23;
+    return hour >= FIRST_HOUR && hour < END_HOUR && hourold <= hour;
+}
+
+// Sends the push of an event that has one of its own, which ends the event; false when it has none.
+static bool pushAlone(apr_pool_t *pool, const DeviceEvent &event, const GetDev_channel *channel,
+                      const LoggedEvent &logged, int hour)
+{
+    // Deliberate: the notification is wanted where the value is 0.
+    if (event.eventCode == EVENT_TAMPER && channel && channel->tampernotify == 0) {
+        pushTamper(pool, event, channel->name, logged.productCode);
+        return true;
+    }
+    if (hourold <= hour)
+        hourold = 0;
+    if (event.eventCode == EVENT_LOW_BATTERY && channel && channel->lowbattnotify == 0 &&
+        mayPushLowBattery(hour)) {
+        hourold = hour + 1;
+        pushLowBattery(pool, event, channel->name);
+        return true;
+    }
+    return false;
+}
+
 // An event as the macros' triggers see it.
 struct TriggerEvent {
     int eventCode;
@@ -164,6 +243,7 @@ static void matchMacros(const TriggerEvent &event)
 // The event's steps; what ended them early, or null.
 static const char *handleEvent(apr_pool_t *pool, const DeviceEvent &event, Report &report)
 {
+    const tm begun = *getCurTime();
     noteSpecialCodes(pool, event.eventCode);
     refreshSnapshot(pool, event.eventCode);
     if (!fetchReport(pool, event, report))
@@ -175,6 +255,8 @@ static const char *handleEvent(apr_pool_t *pool, const DeviceEvent &event, Repor
                     report.channel, &logged))
         announce(pool, event);
     if (isLoggedOnly(event.eventCode))
+        return nullptr;
+    if (pushAlone(pool, event, report.channel, logged, begun.tm_hour))
         return nullptr;
     if (!report.device)
         return "triggeredDev is NULL\n";

@@ -7,10 +7,7 @@
 #include "config/scene.h"
 #include "config/trigger_thread.h"
 
-#include <apr_pools.h>
-#include <atomic>
 #include <cstdint>
-#include <jansson.h>
 
 struct EventLog {
     Integer eventCode;
@@ -50,9 +47,6 @@ static constexpr Integer EVENT_PUSH_SENT = 5032;
 extern ListNode eventLogListHead LOCKING(guarded_by(eventLog_mutex));
 extern ListNode macroEventLogListHead LOCKING(guarded_by(macroEventLog_mutex));
 
-extern std::atomic<uint32_t> recentLogNum;  // records in a "recent" document
-extern std::atomic<uint32_t> seqold;        // the sequence that was serialized last
-
 EventLog *callocEventLog();
 MacroEventLog *callocMacroEventLog();
 // Each unlinks the record and frees it with what it owns.
@@ -79,17 +73,3 @@ MacroEventLog *addMacroEventLog(const TriggerThrData *data, const Scene *scene);
 
 // The same for an alarm: no macro, and "Home Security Alarm" for the scene.
 MacroEventLog *addMacroEventLogInAlarm();
-
-// The document of a macro event, as text that the caller frees.
-char *genMacroEvent(const MacroEventLog *log);
-
-// Announces what an add… function returned as "MacroEvent", and frees it; null is left out. Locks
-// macroEvent_mutex.
-void announceMacroEvent(MacroEventLog *log);
-
-// A new value that the caller owns; null for null. The caller holds eventLog_mutex for a listed
-// record. Serializing an older record than the last one resets sunrise and sunset.
-json_t *eventLogToJson(const EventLog *log);
-
-// The "recent" document, in the pool; null without memory. Locks eventLog_mutex.
-char *genRecentEvent(apr_pool_t *pool);

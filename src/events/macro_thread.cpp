@@ -2,11 +2,14 @@
 
 #include "bus/outbound.h"
 #include "config/device_value.h"
-#include "events/event_log.h"
+#include "events/event_documents.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/threads.h"
+#include "main/util.h"
 #include "main/waits.h"
+#include "notify/push.h"
+#include "notify/push_text.h"
 #include "scene/device_values.h"
 #include "scene/runner.h"
 #include "scene/sdk_command.h"
@@ -14,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
@@ -130,7 +134,7 @@ struct MacroRun {
     Integer controlDuration;  // seconds
     Integer triggerDuration;
     Integer threshold;
-    Integer triggerDevice;
+    TargetId triggerTarget;
 };
 
 static MacroRun describeRun(const TriggerThrData *record)
@@ -144,7 +148,7 @@ static MacroRun describeRun(const TriggerThrData *record)
     if (first) {
         run.triggerDuration = first->duration;
         run.threshold = first->threshold;
-        run.triggerDevice = first->target.dev;
+        run.triggerTarget = first->target;
     }
     return run;
 }
@@ -166,19 +170,40 @@ static Scene *copySceneOf(const Macro &macro)
     return copyScene(searchScene(&scenesListHead, macro.sceneName));
 }
 
+// Each "pns" is one push; "done" takes its place, so that it is sent once.
+static void sendNotifications(apr_pool_t *pool, ResumeScene *resume, const TriggerThrData *record,
+                              const MacroRun &run, const Scene *scene)
+{
+    static constexpr Integer STATUS_CHANNEL = 99;
+    static constexpr Integer PUSH_STATUS = 9;
+    for (int i = 0; i < NOTIFICATION_SLOTS; ++i) {
+        char *&notification = resume->enabled_notifications[i];
+        if (!notification || strcmp(notification, "pns") != 0)
+            continue;
+        LOG_AS(THREAD, INFO, "sendPushMsg i: %d\n", i);
+        const char *text = getFullPushMsg(pool, run.triggerTarget, record->channel, scene);
+        sendZwaveCmd(pool, "set_s_sta_num", UID_SCENE_STATUS, STATUS_CHANNEL, PUSH_STATUS);
+        sendPush(pool, text);
+        free(notification);
+        notification = copyText("done");
+    }
+}
+
 static void runScene(apr_pool_t *pool, TriggerThrData *record, const MacroRun &run)
     LOCKING(requires_capability(resumeSceneList_mutex))
 {
     Scene *scene = copySceneOf(*record->macro);
     if (run.threshold == COPY_SENSOR_VALUE) {
-        LOG_AS(THREAD, INFO, "bypass sensor value, uid: %lld\n", run.triggerDevice);
+        LOG_AS(THREAD, INFO, "bypass sensor value, uid: %lld\n", run.triggerTarget.dev);
         if (scene)
             byPassSensorVal(record->channel, scene);
     }
     // Without a record of what to put back the scene would run anew with every trigger: not at all.
-    if (addResumeScene(pool, record->macro, record->channel, scene)) {
+    ResumeScene *resume = addResumeScene(pool, record->macro, record->channel, scene);
+    if (resume) {
         announceMacroEvent(addMacroEventLog(record, scene));
         doScene(pool, scene);
+        sendNotifications(pool, resume, record, run, scene);
     }
     if (scene)
         freeScene(scene);

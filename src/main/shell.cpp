@@ -1,5 +1,10 @@
 #include "main/shell.h"
 
+#include "main/locks.h"
+#include "main/log.h"
+#include "main/util.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -7,7 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// The attributes of a child whose signals are those of a fresh program.
+// The attributes of a child whose signals are those of a fresh program, and which leads a process
+// group of its own.
 struct FreshSignals {
     posix_spawnattr_t attributes;
 
@@ -20,7 +26,9 @@ struct FreshSignals {
         posix_spawnattr_init(&attributes);
         posix_spawnattr_setsigmask(&attributes, &none);
         posix_spawnattr_setsigdefault(&attributes, &all);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        posix_spawnattr_setpgroup(&attributes, 0);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
+                                                  POSIX_SPAWN_SETPGROUP);
     }
     ~FreshSignals()
     {
@@ -29,6 +37,33 @@ struct FreshSignals {
     FreshSignals(const FreshSignals &) = delete;
     FreshSignals &operator=(const FreshSignals &) = delete;
 };
+
+static constexpr time_t LONGEST_SECONDS = 300;
+static constexpr long FIRST_LOOK = 1'000'000;  // ns
+static constexpr long SELDOMEST_LOOK = 50'000'000;
+
+// Looks more and more seldom: most helpers are quick, and none is waited for by anyone in a hurry.
+// False when it has not ended in time.
+static bool awaitEnd(pid_t child, int &status)
+{
+    const timespec deadline = monotonicDeadline({LONGEST_SECONDS, 0});
+    long pause = FIRST_LOOK;
+    for (;;) {
+        const pid_t ended = waitpid(child, &status, WNOHANG);
+        if (ended == child)
+            return true;
+        if (ended < 0 && errno != EINTR) {
+            status = -1;
+            return true;
+        }
+        const timespec left = timeUntil(deadline);
+        if (left.tv_sec == 0 && left.tv_nsec == 0)
+            return false;
+        const timespec look = {0, pause};
+        nanosleep(&look, nullptr);
+        pause = std::min(2 * pause, SELDOMEST_LOOK);
+    }
+}
 
 int runShell(const char *command)
 {
@@ -40,13 +75,15 @@ int runShell(const char *command)
     const int error =
         posix_spawn(&child, "/bin/sh", nullptr, &signals.attributes, arguments, environ);
     if (error != 0) {
+        LOG(ERROR, "%s: %s\n", command, strerror(error));
         errno = error;
         return -1;
     }
-    int status;
-    while (waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR)
-            return -1;
+    int status = -1;
+    if (!awaitEnd(child, status)) {
+        LOG(ERROR, "has not ended and is killed: %s\n", command);
+        kill(-child, SIGKILL);
+        waitpid(child, &status, 0);
     }
     return status;
 }
@@ -55,30 +92,33 @@ static constexpr const char *PLAIN_CHARACTERS =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
     "0123456789_@%+=:,./-";
 
-bool appendArgument(char *command, size_t size, const char *argument)
+static bool isPlain(const char *text)
 {
-    const size_t start = strlen(command);
-    size_t end = start;
-    const auto append = [&](char character) {
-        if (end + 1 < size)
-            command[end] = character;
-        ++end;
-    };
-    const bool bare = *argument && argument[strspn(argument, PLAIN_CHARACTERS)] == '\0';
-    append(' ');
-    if (!bare)
-        append('\'');
-    for (const char *at = argument; *at; ++at) {
-        if (*at == '\'') {  // ends the quotes, stands alone, and begins them again
-            append('\'');
-            append('\\');
-            append('\'');
-        }
-        append(*at);
+    return *text && text[strspn(text, PLAIN_CHARACTERS)] == '\0';
+}
+
+char *shellText(apr_pool_t *pool, const char *text)
+{
+    if (!text)
+        return nullptr;
+    char *quoted = static_cast<char *>(apr_palloc(pool, 2 * strlen(text) + 3));
+    if (!quoted)
+        return nullptr;
+    char *end = quoted;
+    *end++ = '"';
+    for (; *text; ++text) {
+        if (strchr("\"\\`$", *text))
+            *end++ = '\\';
+        *end++ = *text;
     }
-    if (!bare)
-        append('\'');
-    const bool fits = end < size;
-    command[fits ? end : start] = '\0';
-    return fits;
+    *end++ = '"';
+    *end = '\0';
+    return quoted;
+}
+
+char *shellWord(apr_pool_t *pool, const char *text)
+{
+    if (!text)
+        return nullptr;
+    return isPlain(text) ? copyToPool(pool, text) : shellText(pool, text);
 }

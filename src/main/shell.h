@@ -1,15 +1,19 @@
-// Helper programs: commands that a shell runs as children of the daemon.
+// Helper programs: commands that a shell runs as children of the daemon, and how text gets onto
+// their command lines without the shell taking it for its own.
 
 #pragma once
 
-#include <cstddef>
+#include <apr_pools.h>
 
 // Runs the command with /bin/sh -c and waits for its end. The child starts with the signal mask and
-// dispositions of a fresh program, whatever thread calls. The shell's wait status; -1 with errno
-// when it could not be started.
+// dispositions of a fresh program, whatever thread calls, and in a process group of its own; what
+// has not ended after 300 s is ended with that group, and logged. The shell's wait status; -1 with
+// errno when it could not be started.
 int runShell(const char *command);
 
-// Appends a space and an argument to a command line of `size` bytes: bare where it holds only
-// letters, digits and _@%+=:,./-, else quoted so that it reaches the program as it is. False, with
-// the command line as it was, when it does not fit.
-bool appendArgument(char *command, size_t size, const char *argument);
+// An argument as a word of a command line, in the pool: bare where it holds only letters, digits
+// and _@%+=:,./-, else quoted. Null for null or without memory.
+char *shellWord(apr_pool_t *pool, const char *text);
+
+// A text in double quotes, in the pool, with what the shell would expand escaped.
+char *shellText(apr_pool_t *pool, const char *text);

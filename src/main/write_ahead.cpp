@@ -6,6 +6,7 @@
 #include "main/shell.h"
 #include "main/stored_file.h"
 
+#include <apr_strings.h>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -96,13 +97,13 @@ int storeDocument(const char *path, const char *text, size_t size)
 
 int copyFile(const char *source, const char *destination)
 {
-    char command[2 * PATH_MAX] = "cp -a";
-    if (!appendArgument(command, sizeof command, source) ||
-        !appendArgument(command, sizeof command, destination)) {
-        errno = ENAMETOOLONG;
+    const Owned<apr_pool_t> pool = createPool();
+    if (!pool)
         return -1;
-    }
-    return runShell(command);
+    const char *from = shellWord(pool.get(), source);
+    const char *to = shellWord(pool.get(), destination);
+    const char *command = from && to ? apr_psprintf(pool.get(), "cp -a %s %s", from, to) : nullptr;
+    return command ? runShell(command) : -1;
 }
 
 static bool sameSize(const char *path, const char *other)

@@ -6,12 +6,14 @@
 #include "config/resume.h"
 #include "config/schedule.h"
 #include "config/snapshot.h"
-#include "events/event_log.h"
+#include "events/event_documents.h"
 #include "main/config_file.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/threads.h"
 #include "main/util.h"
+#include "notify/push.h"
+#include "notify/push_text.h"
 #include "scene/device_values.h"
 #include "scene/runner.h"
 #include "scene/sdk_command.h"
@@ -167,6 +169,22 @@ static bool sound(apr_pool_t *pool, HomeSceneData *data)
     return true;
 }
 
+// Says what set the alarm off, and where, once an alarm.
+static void report(apr_pool_t *pool, const HomeSceneData *data)
+{
+    Scene *scene = nullptr;
+    {
+        const MutexLock lock(defaulSceneList_mutex);
+        if (HomeScene)
+            scene = copyScene(HomeScene);
+    }
+    const char *text = getFullPushMsg(pool, {data->dev, 0, data->ch}, data->channel, scene);
+    if (scene)
+        freeScene(scene);
+    announceMacroEvent(addMacroEventLogInAlarm());
+    sendPush(pool, text);
+}
+
 static void soundForItsTime(const HomeSceneData *data)
 {
     const Integer seconds = data->alarmSetting.duration;
@@ -191,7 +209,7 @@ static void *doHomeSceneThread(void *argument)
     pthread_detach(pthread_self());
     const Owned<apr_pool_t> pool = createPool();
     if (sound(pool.get(), data)) {
-        announceMacroEvent(addMacroEventLogInAlarm());
+        report(pool.get(), data);
         soundForItsTime(data);
     }
     runFirstResume(pool.get());

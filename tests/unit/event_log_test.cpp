@@ -1,4 +1,4 @@
-#include "events/event_log.h"
+#include "events/event_documents.h"
 
 #include "daemon_in_process.h"
 #include "events/event_intake.h"
