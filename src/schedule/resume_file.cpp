@@ -16,8 +16,13 @@ static json_t *resumeToJson(const ResumeSchedule *resume)
     return object;
 }
 
+// One element that is damaged does not take the others with it.
 static void addResume(json_t *object, ListNode *head)
 {
+    if (!json_is_object(object)) {
+        LOG_AS("parseResumeSchedule", ERROR, "a resume is not an object\n");
+        return;
+    }
     ResumeSchedule *resume = callocResumeSchedule();
     if (!resume)
         return;
@@ -27,6 +32,9 @@ static void addResume(json_t *object, ListNode *head)
     json_t *scene = json_object_get(object, "scene");
     if (json_is_object(scene))
         resume->scene = setNewScene(scene);
+    else if (scene)
+        LOG_AS("parseResumeSchedule", ERROR, "the scene of resume %s is not an object\n",
+               resume->title);
     listAddTail(&resume->node, head);
 }
 
@@ -35,6 +43,7 @@ json_t *parseResumeSchedule(ListNode *head)
     Owned<char> text;
     {
         const MutexLock lock(app_config_mutex);
+        finishInterruptedWrite(scheduleResumePath());
         text.reset(jsonStrReadFromFile(scheduleResumePath()));
     }
     if (!text) {
@@ -48,11 +57,8 @@ json_t *parseResumeSchedule(ListNode *head)
         LOG(ERROR, "error: root is not an object\n");  // Deliberate: the text; it is an array
         return nullptr;
     }
-    for (size_t i = 0; head && i < json_array_size(root.get()); ++i) {
-        json_t *element = json_array_get(root.get(), i);
-        if (json_is_object(element))  // one that is damaged does not take the others with it
-            addResume(element, head);
-    }
+    for (size_t i = 0; head && i < json_array_size(root.get()); ++i)
+        addResume(json_array_get(root.get(), i), head);
     return root.release();
 }
 
@@ -61,8 +67,10 @@ void saveScheduleResume(ListNode *head)
     const JsonMemory memory;
     const Owned<json_t> root(arrayOf(ELEMENTS(ResumeSchedule, node, head), resumeToJson));
     const Owned<char> text(json_dumps_dbg(root.get(), JSON_TEXT_FLAGS));
-    if (!text || memory.ranOut())
+    if (!text || memory.ranOut()) {
+        LOG(ERROR, "calloc fail\n");
         return;
+    }
     const Owned<json_t> stored(parseResumeSchedule(nullptr));
     if (json_equal(root.get(), stored.get()))
         return;

@@ -76,9 +76,8 @@ int matchScheduleEndTime(apr_pool_t *pool, const Schedule *schedule, const tm &l
     ResumeSchedule *resume = searchResume(&resumeScheduleListHead, schedule->title);
     if (!resume)
         return 0;
-    if (resume->scene)
-        doScene(pool, resume->scene);
-    freeResumeSchedule(resume);  // Deliberate: the stored document follows with the next start
+    doScene(pool, resume->scene);  // logs when there is none
+    freeResumeSchedule(resume);    // Deliberate: the stored document follows with the next start
     return 1;
 }
 
