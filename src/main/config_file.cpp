@@ -3,7 +3,6 @@
 #include "config/alarm.h"
 #include "config/document.h"
 #include "config/lists.h"
-#include "config/resume.h"
 #include "main/backups.h"
 #include "main/locks.h"
 #include "main/log.h"
@@ -11,7 +10,7 @@
 #include "main/stored_file.h"
 #include "main/util.h"
 #include "main/write_ahead.h"
-#include "scene/runner.h"
+#include "scene/home_security.h"
 
 #include <cstring>
 
@@ -21,23 +20,11 @@ int appConfigInit(apr_pool_t *pool)
     return appConfigParser(pool);
 }
 
-// The home-security scene may have left devices as they are not meant to stay, and what puts them
-// back goes with the configuration.
-static void runHomeSecurityResume(apr_pool_t *pool)
-{
-    const MutexLock lock(homeSceneResumeList_mutex);
-    HomeSceneResume *newest = LAST_ELEMENT(HomeSceneResume, node, &resumeHomeSceneListHead);
-    if (!newest)
-        return;
-    doScene(pool, newest->scene);
-    freeHomeSceneResume(newest);  // Deliberate: only the newest; there is one alarm at a time
-}
-
 int appConfigParser(apr_pool_t *pool)
 {
     freeAppConfigList();
     // After it, for it also empties the time-table and would drop what is planned here.
-    runHomeSecurityResume(pool);
+    runNewestHomeSceneResume(pool);
 
     Owned<char> text;
     {

@@ -64,8 +64,10 @@ timespec timeUntil(const timespec &deadline);
 //   resumeSceneList → doSceneThrList | scenesList
 //   schedulesList → scenesList → resumeScheduleList → app_config
 //   Macro_op → TheadList
-//   scenesList | resumeSceneList → doscene_act | scene_int → Macro_op
-//   pushDevList → sysCmdList
+//   scenesList | resumeSceneList | defaulSceneList | homeSceneResumeList → doscene_act | scene_int
+//     → Macro_op
+//   defaulSceneList → alarm | allDevs
+//   pushDevList → sysCmdList | eventLog
 //   app_config → settings
 //
 // Macro_op comes after every list of scenes or macros, for copying and freeing a scene takes it.

@@ -136,16 +136,37 @@ void prepareHomeSceneResumeData(apr_pool_t *pool, const Scene *scene)
         freeGetDevice(reported);
 }
 
-// Puts the sirens back as the oldest record says, if there is one.
-static void runFirstResume(apr_pool_t *pool)
+static void runResume(apr_pool_t *pool, HomeSceneResume *resume)
 {
-    const MutexLock lock(homeSceneResumeList_mutex);
-    HomeSceneResume *resume = FIRST_ELEMENT(HomeSceneResume, node, &resumeHomeSceneListHead);
-    if (!resume)
-        return;
     if (resume->scene)
         doScene(pool, resume->scene);
     freeHomeSceneResume(resume);
+}
+
+// Puts the sirens back as the oldest record says. False when there is none.
+static bool runFirstResume(apr_pool_t *pool)
+{
+    const MutexLock lock(homeSceneResumeList_mutex);
+    HomeSceneResume *resume = FIRST_ELEMENT(HomeSceneResume, node, &resumeHomeSceneListHead);
+    if (resume)
+        runResume(pool, resume);
+    return resume != nullptr;
+}
+
+void runNewestHomeSceneResume(apr_pool_t *pool)
+{
+    {
+        // In the entry delay nothing has changed yet, and the alarm will need its record.
+        const MutexLock lock(defaulSceneList_mutex);
+        const HomeSceneData *alarm = FIRST_ELEMENT(HomeSceneData, node, &defaulSceneListHead);
+        if (alarm && alarm->phase == ENTRY_DELAY)
+            return;
+    }
+    const MutexLock lock(homeSceneResumeList_mutex);
+    // Deliberate: only the newest; there is one alarm at a time.
+    HomeSceneResume *resume = LAST_ELEMENT(HomeSceneResume, node, &resumeHomeSceneListHead);
+    if (resume)
+        runResume(pool, resume);
 }
 
 static timespec wait(Integer seconds)
@@ -192,6 +213,16 @@ static void soundForItsTime(const HomeSceneData *data)
     doNanoSleep(static_cast<long>(std::clamp<Integer>(seconds, 0, LONGEST_WAIT)), 0);
 }
 
+// Until the planned commands have gone out and the radio has had its time: the next alarm, which
+// keeps what the sirens show, would otherwise keep that they sound.
+static void waitForTheSirens()
+{
+    static constexpr long MILLISECOND = 1'000'000;
+    static constexpr uint32_t SECOND = 1000;
+    const uint32_t planned = millisecondsToLastCommand() + SECOND;
+    doNanoSleep(planned / SECOND, planned % SECOND * MILLISECOND);
+}
+
 static void endAlarm(HomeSceneData *data)
 {
     const MutexLock lock(defaulSceneList_mutex);
@@ -212,19 +243,20 @@ static void *doHomeSceneThread(void *argument)
         report(pool.get(), data);
         soundForItsTime(data);
     }
-    runFirstResume(pool.get());
+    if (runFirstResume(pool.get()))
+        waitForTheSirens();
     endAlarm(data);
     return nullptr;
 }
 
-// Armed, or in a home-security schedule.
-static bool isGuarded()
+static bool isArmed()
 {
-    {
-        const MutexLock lock(alarm_mutex);
-        if (ovrinAlarm && ovrinAlarm->enabled != 0)
-            return true;
-    }
+    const MutexLock lock(alarm_mutex);
+    return ovrinAlarm && ovrinAlarm->enabled != 0;
+}
+
+static bool isInAlarmSchedule()
+{
     const tm local = *getCurTime();
     const MutexLock lock(schedulesList_mutex);
     return checkAlarmInSchedules(&schedulesListHead, local) != 0;
@@ -264,11 +296,12 @@ static void setUpHomeScene(apr_pool_t *pool, Integer sirenType)
     setBuildinSirenType(*scene, sirenType);
 }
 
-// True when no other alarm runs: there is one at a time, also when two events come together.
-static bool enter(HomeSceneData *data)
+// True when no other alarm runs: there is one at a time, also when two events come together. An
+// alarm that was armed and is not any more has been disarmed meanwhile.
+static bool enter(HomeSceneData *data, bool armed)
 {
     const MutexLock lock(defaulSceneList_mutex);
-    if (!listEmpty(&defaulSceneListHead))
+    if (!listEmpty(&defaulSceneListHead) || (armed && !isArmed()))
         return false;
     listAddTail(&data->node, &defaulSceneListHead);
     return true;
@@ -293,14 +326,15 @@ void homeSceneDetach(apr_pool_t *pool, Integer gid, Integer channelID, const Get
     if (!isIdle() || !isDoorOrPirSensor(device, channel))
         return;
     buildHomeScene();
-    if (!isGuarded())
+    const bool armed = isArmed();
+    if (!armed && !isInAlarmSchedule())
         return;
     HomeSceneData *data = describeAlarm(gid, channelID);
     if (!data)
         return;
     data->device = copyGetDev_dev(device);
     data->channel = copyGetDev_dev_channel(channel);
-    if (!enter(data)) {
+    if (!enter(data, armed)) {
         freehomeSceneData(data);
         return;
     }

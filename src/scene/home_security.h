@@ -35,5 +35,9 @@ void setSirenType(Scene *scene, Integer unused, Integer sirenType);
 // Asks the SDK daemon; locks homeSceneResumeList_mutex.
 void prepareHomeSceneResumeData(apr_pool_t *pool, const Scene *scene);
 
+// Puts back what the last alarm changed before the configuration that it belongs to goes. Locks
+// what it needs.
+void runNewestHomeSceneResume(apr_pool_t *pool);
+
 // Arms (non-zero) or disarms home security and stores the configuration. Locks what it needs.
 void setHomeSceneEnable(apr_pool_t *pool, Integer enable);

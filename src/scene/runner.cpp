@@ -331,6 +331,12 @@ static bool isPending()
     return targetCompsPending;
 }
 
+uint32_t millisecondsToLastCommand()
+{
+    const uint32_t ahead = last_time - millisecondStamp();
+    return ahead <= FARTHEST_PLAN_MILLISECONDS ? ahead : 0;
+}
+
 void dispatchStep(uint32_t now)
 {
     if (++dispatchTickCount < scene_time_index / 100)

@@ -39,6 +39,9 @@ void doScene(apr_pool_t *pool, Scene *scene);
 // Plans the scene's comps into the time-table, from the given moment on.
 void doScene_next(apr_pool_t *pool, Scene *scene, uint32_t now = millisecondStamp());
 
+// From now to the planned time of the latest command; 0 when that has passed.
+uint32_t millisecondsToLastCommand();
+
 // The step of each tick: sends at most one command that is due. Called by the tick thread only.
 void dispatchStep(uint32_t now);
 
