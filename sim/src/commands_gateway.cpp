@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -184,11 +185,9 @@ static void load(Gateway &gateway, const Words &words, const Done &done)
     }
 }
 
-static void callAndShow(Gateway &gateway, const std::string &member, const std::string &text,
-                        const Done &done)
+static Daemon::Answered showAnswer(Gateway &gateway, const std::string &member, const Done &done)
 {
-    gateway.daemon.call(
-        member, text, CALL_PATIENCE,
+    return
         [&gateway, member, done](const std::optional<std::string> &reply, const std::string &why) {
             const std::string shown = reply ? fmt::format("{} answers {}", member, *reply)
                                             : fmt::format("{} is not answered: {}", member, why);
@@ -198,7 +197,13 @@ static void callAndShow(Gateway &gateway, const std::string &member, const std::
                                   .words = {"reply", member, reply.value_or("none")},
                                   .tone = reply ? Tone::PLAIN : Tone::TROUBLE});
             done(reply.has_value(), reply ? *reply : why);
-        });
+        };
+}
+
+static void callAndShow(Gateway &gateway, const std::string &member, const std::string &text,
+                        const Done &done)
+{
+    gateway.daemon.call(member, text, CALL_PATIENCE, showAnswer(gateway, member, done));
 }
 
 static void scene(Gateway &gateway, const Words &words, const Done &done)
@@ -217,6 +222,72 @@ static void callMember(Gateway &gateway, const Words &words, const Done &done)
     callAndShow(gateway, words[1], text, done);
 }
 
+static void armOrDisarm(Gateway &gateway, bool armed, const Done &done)
+{
+    noteYou(gateway, "app", {"setHomeScene", armed ? "1" : "0"});
+    gateway.daemon.arm(armed, CALL_PATIENCE, showAnswer(gateway, "setHomeScene", done));
+}
+
+static void arm(Gateway &gateway, const Words &, const Done &done)
+{
+    armOrDisarm(gateway, true, done);
+}
+
+static void disarm(Gateway &gateway, const Words &, const Done &done)
+{
+    armOrDisarm(gateway, false, done);
+}
+
+// The sun clock on or off, and its times at once in place of the next minute.
+static void sun(Gateway &gateway, const Words &words, const Done &done)
+{
+    const bool on = sameText(words[1], "on");
+    if (!on && !sameText(words[1], "off"))
+        throw UserError("usage: sun on | off");
+    noteYou(gateway, "app", {"enableastclock", on ? "1" : "0"});
+    const auto then = [&gateway, done](bool ok, const std::string &output) {
+        if (ok)
+            gateway.daemon.tell("setastclock_lon");
+        done(ok, output);
+    };
+    callAndShow(gateway, "enableastclock", on ? "1" : "0", then);
+}
+
+// A clock time of a schedule: {PREFIX_hour, PREFIX_minute}.
+static void putClock(Json &schedule, const std::string &prefix, time_t moment)
+{
+    tm local{};
+    localtime_r(&moment, &local);
+    schedule[prefix + "_hour"] = local.tm_hour;
+    schedule[prefix + "_minute"] = local.tm_min;
+}
+
+// Moves a schedule so that it starts, or ends, this minute, and strikes the minute.
+static void schedule(Gateway &gateway, const Words &words, const Done &done)
+{
+    static constexpr time_t MINUTE = 60;
+    static constexpr time_t TOO_LATE = 57;  // the minute must not end in between
+    const bool starts = sameText(words.back(), "starts");
+    if (words.size() != 3 || (!starts && !sameText(words.back(), "ends")))
+        throw UserError("usage: schedule TITLE starts | ends");
+    const time_t now = time(nullptr);
+    if (now % MINUTE >= TOO_LATE) {
+        gateway.loop.after(Millis(1000),
+                           [&gateway, words, done] { schedule(gateway, words, done); });
+        return;
+    }
+    Json moved = {{"title", words[1]}, {"enabled", 1}, {"weekdays", 127}};
+    putClock(moved, "start", starts ? now : now - MINUTE);
+    putClock(moved, "end", starts ? now + MINUTE : now);
+    const Json document = {{"schedules", Json::array({moved})}};
+    noteYou(gateway, "app", {"schedule", words[1], words[2]});
+    callAndShow(gateway, "jsonsetall", document.dump(), [&gateway, done](bool ok, const auto &why) {
+        if (ok)
+            gateway.daemon.strikeMinute();
+        done(ok, why);
+    });
+}
+
 std::span<const Verb> gatewayVerbs()
 {
     static constexpr Verb VERBS[] = {
@@ -233,6 +304,11 @@ std::span<const Verb> gatewayVerbs()
          platform},
         {"radio", "delay MS", "how long a device takes to do what it is told", Drives::NO, 2,
          radio},
+        {"arm", "", "arm home security", Drives::YES, 1, arm},
+        {"disarm", "", "disarm home security", Drives::YES, 1, disarm},
+        {"schedule", "TITLE starts|ends", "move a schedule to this minute", Drives::YES, 3,
+         schedule},
+        {"sun", "on|off", "the sun clock, with its times at once", Drives::YES, 2, sun},
         {"minute", "", "send the daemon its SIGUSR1 now", Drives::YES, 1, minute},
     };
     return VERBS;

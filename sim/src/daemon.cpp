@@ -127,6 +127,25 @@ void Daemon::call(const std::string &member, const std::string &text, Millis pat
 {
     auto method = app_->createMethodCall(APP_INTERFACE, member);
     method << text;
+    send(method, patience, std::move(answered));
+}
+
+void Daemon::arm(bool armed, Millis patience, Answered answered)
+{
+    auto method = app_->createMethodCall("com.OvrinTech.switch.app", "setHomeScene");
+    method << int32_t{armed};
+    send(method, patience, std::move(answered));
+}
+
+void Daemon::tell(const std::string &member)
+{
+    auto method = app_->createMethodCall(APP_INTERFACE, member);
+    method.dontExpectReply();
+    app_->callMethod(method);
+}
+
+void Daemon::send(const sdbus::MethodCall &method, Millis patience, Answered answered)
+{
     const uint64_t usec = static_cast<uint64_t>(patience.count()) * 1000;
     app_->callMethod(
         method,

@@ -20,12 +20,17 @@ public:
     void call(const std::string &member, const std::string &text, Millis patience,
               Answered answered);
 
+    // Methods that take no text: arming home security, and what gets no answer.
+    void arm(bool armed, Millis patience, Answered answered);
+    void tell(const std::string &member);
+
     bool present() const;
     void usePid(pid_t pid);  // in place of the pid the bus tells
     void keepTheMinute();    // from now on SIGUSR1 at every full minute
     bool strikeMinute();     // SIGUSR1 now; false when the daemon's pid is not known
 
 private:
+    void send(const sdbus::MethodCall &method, Millis patience, Answered answered);
     void announced(sdbus::Message &message);
     void ownerChanged(const std::string &owner);
     void askPid(const std::string &owner);

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include <ctime>
+
 static constexpr Millis POLL_SPACING{150};  // the radio asks one device after the other
 
 Sdk::Sdk(Loop &loop, Timeline &timeline, Home &home, Plan &plan)
@@ -118,6 +120,9 @@ void Sdk::heard(const std::string &text)
     const std::string word = control["cmd"];
     if (isDeviceCommand(word))
         loop_.after(home_.radioDelay, [this, control] { carryOut(control); });
+    if (word == "sunrise_time_set" || word == "sunset_time_set")
+        showSunTime(word == "sunrise_time_set" ? "sunrise" : "sunset",
+                    commandValue(control).value_or(0));
     if (word == "syssound") {
         const long long sound = commandValue(control).value_or(0);
         timeline_.add({.from = "gateway",
@@ -128,6 +133,20 @@ void Sdk::heard(const std::string &text)
                                  sound ? std::to_string(sound) + "|sounding" : "0|silent"},
                        .tone = Tone::STATE});
     }
+}
+
+void Sdk::showSunTime(const std::string &what, long long seconds)
+{
+    const auto moment = static_cast<time_t>(seconds);
+    tm local{};
+    localtime_r(&moment, &local);
+    const std::string clock = fmt::format("{:02}:{:02}", local.tm_hour, local.tm_min);
+    timeline_.add({.from = "radio",
+                   .to = "",
+                   .text = seconds ? fmt::format("{} is at {}", what, clock)
+                                   : fmt::format("{} is not known", what),
+                   .words = {"sun", what, seconds ? clock : "unknown"},
+                   .tone = Tone::STATE});
 }
 
 void Sdk::showCommand(const Json &control)

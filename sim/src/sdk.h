@@ -37,6 +37,7 @@ private:
     void heard(const std::string &text);
     void carryOut(const Json &control);
     void showCommand(const Json &control);
+    void showSunTime(const std::string &what, long long seconds);
     void pollAll();
     Json answerTo(const Json &control) const;
 

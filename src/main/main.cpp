@@ -68,6 +68,7 @@ int main(int argc, char **argv)
         LOG(ERROR, "apr_initialize fail\n");
         return 1;
     }
+    limitKeptPoolMemory();
     startUp();
     equeue_doEvent_register(doEvent);
     equeue_thread_init();

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <apr_allocator.h>
 #include <apr_pools.h>
 #include <cstdlib>
 #include <dbus/dbus.h>
@@ -63,6 +64,18 @@ public:
 private:
     DBusError error;
 };
+
+// How much freed pool memory is kept for the next pools; the rest goes back to the system. A pool
+// that was large once would else be kept for good.
+inline void limitKeptPoolMemory()
+{
+    static constexpr apr_size_t KEPT_BYTES = 256 * 1024;
+    apr_pool_t *pool = nullptr;
+    if (apr_pool_create_ex(&pool, nullptr, nullptr, nullptr) != APR_SUCCESS)
+        return;
+    apr_allocator_max_free_set(apr_pool_allocator_get(pool), KEPT_BYTES);
+    apr_pool_destroy(pool);
+}
 
 // A scratch pool of its own for one call, event or thread; null when memory has run out.
 inline Owned<apr_pool_t> createPool()

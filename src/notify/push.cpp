@@ -93,17 +93,19 @@ static char *deliveryDocument(const char *email, const char *text, const char *u
     return memory.ranOut() ? nullptr : json_dumps_dbg(root.get(), JSON_TEXT_FLAGS);
 }
 
-static void recordDelivery(apr_pool_t *pool, const RegDevice &device, const char *text,
-                           const char *uuid)
+static void recordDelivery(const RegDevice &device, const char *text, const char *uuid)
 {
     if (device.email[0] == '\0')
+        return;
+    const Owned<apr_pool_t> pool = createPool();  // the document is as large as it is short-lived
+    if (!pool)
         return;
     const Owned<char> payload(deliveryDocument(device.email, text, uuid));
     LoggedEvent ignored;
     if (!payload ||
         !addEventLog(EVENT_PUSH_SENT, UID_SDK_DAEMON, 0, payload.get(), nullptr, nullptr, &ignored))
         return;
-    const char *document = genRecentEvent(pool);
+    const char *document = genRecentEvent(pool.get());
     if (document)
         dbus_signal_event(document, "recent");
 }
@@ -117,7 +119,19 @@ static void deliver(apr_pool_t *pool, const RegDevice &device, const char *messa
     if (!text)
         return;
     queueCommand(commandFor(pool, device, uuid, text));
-    recordDelivery(pool, device, text, uuid);
+    recordDelivery(device, text, uuid);
+}
+
+// No phone shows more, and a command line of the system may not hold much more.
+static const char *cutToFit(apr_pool_t *pool, const char *message)
+{
+    static constexpr size_t LONGEST_TEXT = 16 * 1024;
+    if (strlen(message) < LONGEST_TEXT)
+        return message;
+    auto *cut = static_cast<char *>(apr_palloc(pool, LONGEST_TEXT));
+    if (cut)
+        copyBounded(cut, LONGEST_TEXT, message, "sendPushMsg");
+    return cut ? cut : "";
 }
 
 int sendPushMsg(apr_pool_t *pool, const char *message, const char *uuid)
@@ -131,6 +145,9 @@ int sendPushMsg(apr_pool_t *pool, const char *message, const char *uuid)
         LOG(ERROR, "strlen(uuid) == 0\n");
         return -1;
     }
+    if (!pool)
+        return -1;
+    message = cutToFit(pool, message);
     int qualified = 0;
     {
         const MutexLock lock(pushDevList_mutex);

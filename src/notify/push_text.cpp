@@ -138,6 +138,8 @@ static const char *japaneseLine(apr_pool_t *pool, const char *trigger, const cha
 char *getFullPushMsg(apr_pool_t *pool, const TargetId &target, const GetDev_channel *channel,
                      const Scene *scene)
 {
+    if (!pool)
+        return nullptr;
     const Language language = pushLanguage(pool);
     const char *trigger = getTriggerPushMsg(pool, language, target, channel);
     const char *action = scene ? getTargetPushMsg(pool, language, scene) : nullptr;
