@@ -40,7 +40,7 @@ void DaemonProcess::start(const std::string &busAddress, const std::vector<std::
         "UBSAN_OPTIONS=print_stacktrace=1",
         "LC_ALL=C",
     };
-    all.insert(all.end(), settings.begin(), settings.end());
+    all.insert(all.begin(), settings.begin(), settings.end());  // the first of a name counts
     process.start({APP_BINARY}, all);
 }
 
