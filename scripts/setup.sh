@@ -28,6 +28,7 @@ libgmock-dev         run   tests
 dbus-daemon          run   private bus
 psmisc               run   killall, which the daemon calls when it crashes
 clang                test  analysis of the locks
+libclang-rt-dev      test  fuzzing
 clang-format         test  format of the sources
 shellcheck           test  check of the scripts
 '
