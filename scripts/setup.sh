@@ -29,6 +29,7 @@ dbus-daemon          run   private bus
 psmisc               run   killall, which the daemon calls when it crashes
 clang                test  analysis of the locks
 libclang-rt-dev      test  fuzzing
+libbenchmark-dev     test  benchmarks
 clang-format         test  format of the sources
 shellcheck           test  check of the scripts
 '
