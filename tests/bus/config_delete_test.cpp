@@ -197,9 +197,13 @@ INSTANTIATE_TEST_SUITE_P(
         DeleteCase{"WithAllItsComps", BOTH_SCENES,
                    R"([{"title":"Night","comps":[{"target":{"dev":5,"if":1,"ch":2}}]}])",
                    list({EVENING, scene("Night", {})}), 1},
-        DeleteCase{"WithACompThatIsThereAndOneThatIsNot", BOTH_SCENES,
+        DeleteCase{"WithACompThatIsNotAndOneThatIs", BOTH_SCENES,
                    R"([{"title":"Evening","comps":[{"target":{"dev":1,"if":1,"ch":1}},)"
                    R"({"target":{"dev":6,"if":1,"ch":2}}]}])",
+                   list({scene("Evening", {comp(5, 1, 2)}, WITH_SIREN), NIGHT}), 1},
+        DeleteCase{"WithACompThatIsAndOneThatIsNot", BOTH_SCENES,
+                   R"([{"title":"Evening","comps":[{"target":{"dev":6,"if":1,"ch":2}},)"
+                   R"({"target":{"dev":1,"if":1,"ch":1}}]}])",
                    list({scene("Evening", {comp(5, 1, 2)}, WITH_SIREN), NIGHT}), 1},
         DeleteCase{"WithACompNamedTwice", BOTH_SCENES,
                    R"([{"title":"Evening","comps":[{"target":{"dev":6,"if":1,"ch":2}},)"
@@ -245,6 +249,8 @@ INSTANTIATE_TEST_SUITE_P(
                    R"([{"title":"Evening","buildinSiren":4}])", list({NIGHT}), 1},
         DeleteCase{"ThatIsNot", BOTH_SCENES, R"([{"title":"Morning"}])", BOTH_SCENES, 0},
         DeleteCase{"InAnotherCase", BOTH_SCENES, R"([{"title":"evening"}])", BOTH_SCENES, 0},
+        DeleteCase{"ThatIsAndOneThatIsNot", BOTH_SCENES,
+                   R"([{"title":"Evening"},{"title":"Morning"}])", list({NIGHT}), 1},
         DeleteCase{"ThatIsNotAndOneThatIs", BOTH_SCENES,
                    R"([{"title":"Morning"},{"title":"Evening"}])", list({NIGHT}), 1},
         DeleteCase{"WithoutTitle", BOTH_SCENES, R"([{"comps":[]},{"title":5},{"title":"Evening"}])",
@@ -375,6 +381,10 @@ INSTANTIATE_TEST_SUITE_P(
         DeleteCase{"WithTriggersThatAreNoArray", ALL_MACROS,
                    R"([{"title":"Door","triggers":{"target":{"dev":9,"if":1,"ch":2}}}])",
                    list({MOTION_MACRO, BARE}), 1},
+        DeleteCase{"WithItsTriggerAndOneThatIsNot", ALL_MACROS,
+                   R"([{"title":"Door","triggers":[{"target":{"dev":9,"if":1,"ch":2}},)"
+                   R"({"target":{"dev":1,"if":1,"ch":2}}]}])",
+                   list({macro("Door", sceneOf(R"("Evening")")), MOTION_MACRO, BARE}), 1},
         DeleteCase{
             "WithATriggerWithoutTarget", ALL_MACROS,
             R"([{"title":"Door","triggers":[{"op":"="},{"target":{"dev":9,"if":1,"ch":2}}]}])",
@@ -394,6 +404,8 @@ INSTANTIATE_TEST_SUITE_P(
                    R"("triggers":[{"target":{"dev":1,"if":1,"ch":2}}]}])",
                    list({macro("Door", "", triggersOf({trigger(9, 1, 2)})), MOTION_MACRO, BARE}),
                    1},
+        DeleteCase{"ThatIsAndOneThatIsNot", ALL_MACROS, R"([{"title":"Door"},{"title":"None"}])",
+                   list({MOTION_MACRO, BARE}), 1},
         DeleteCase{"ThatIsNotAndOneThatIs", ALL_MACROS, R"([{"title":"None"},{"title":"Door"}])",
                    list({MOTION_MACRO, BARE}), 1},
         DeleteCase{"WithoutTitle", ALL_MACROS, R"([{"scene":"Evening"},{"title":"Door"}])",
@@ -462,6 +474,9 @@ INSTANTIATE_TEST_SUITE_P(
                    list({DAY, YEAR}), 1},
         DeleteCase{"WithAMacroThatIsNull", ALL_SCHEDULES, R"([{"title":"Day","macro":null}])",
                    list({WEEK, YEAR}), 1},
+        DeleteCase{"WithItsMacroByNameAndOneOfAnotherName", ALL_SCHEDULES,
+                   R"([{"title":"Week","macro":"Door"},{"title":"Day","macro":"Hall"}])",
+                   list({schedule("Week"), DAY, YEAR}), 1},
         DeleteCase{"UpToOneThatIsNot", ALL_SCHEDULES,
                    R"([{"title":"Year"},{"title":"None"},{"title":"Week"}])", list({WEEK, DAY}), 1,
                    "schedule None not found, add new schedule\n"},
@@ -580,6 +595,17 @@ INSTANTIATE_TEST_SUITE_P(
                    list({room("Hall", {target(5, 1, 2), target(6, 1, 2)}, {extraCamera("c1")}),
                          KITCHEN, ATTIC}),
                    1},
+        DeleteCase{"WithATargetThatIsAndOneThatIsNot", ALL_ROOMS,
+                   R"([{"title":"Kitchen","targets":[{"dev":5,"if":1,"ch":2},)"
+                   R"({"dev":1,"if":1,"ch":2}]}])",
+                   list({HALL, room("Kitchen"), ATTIC}), 1},
+        DeleteCase{"WithAnExtraCameraThatIsAndOneThatIsNot", ALL_ROOMS,
+                   R"([{"title":"Hall","extra_camera":[{"camera":"c1"},{"camera":"c3"}]}])",
+                   list({room("Hall", {target(5, 1, 2), target(6, 1, 2)}, {extraCamera("c2")}),
+                         KITCHEN, ATTIC}),
+                   1},
+        DeleteCase{"ThatIsAndOneThatIsNot", ALL_ROOMS, R"([{"title":"Attic"},{"title":"Cellar"}])",
+                   list({HALL, KITCHEN}), 1},
         DeleteCase{"WithAnExtraCameraThatIsNot", ALL_ROOMS,
                    R"([{"title":"Hall","extra_camera":[{"camera":"c3"}]}])", list({KITCHEN, ATTIC}),
                    1},
@@ -652,6 +678,8 @@ INSTANTIATE_TEST_SUITE_P(
                     DeleteCase{"ThatIsNotAndOneThatIs", CAMERAS, R"([{"uid":"c0"},{"uid":"c2"}])",
                                list({CAMERA_1}), 1},
                     DeleteCase{"ThatIsNot", CAMERAS, R"([{"uid":"c0"}])", CAMERAS, 0},
+                    DeleteCase{"ThatIsAndOneThatIsNot", CAMERAS, R"([{"uid":"c2"},{"uid":"c0"}])",
+                               list({CAMERA_1}), 1},
                     DeleteCase{"WithoutUid", CAMERAS, R"([{"display":"d"},{"uid":1},{"uid":"c2"}])",
                                list({CAMERA_1}), 1},
                     DeleteCase{"BeforeAnElementThatIsNoObject", CAMERAS,
@@ -676,6 +704,8 @@ INSTANTIATE_TEST_SUITE_P(
         DeleteCase{"ThatIsNotAndOneThatIs", PHONES, R"([{"token":"t0"},{"token":"t2"}])",
                    list({phone("t1")}), 1},
         DeleteCase{"ThatIsNot", PHONES, R"([{"token":"t0"}])", PHONES, 0},
+        DeleteCase{"ThatIsAndOneThatIsNot", PHONES, R"([{"token":"t2"},{"token":"t0"}])",
+                   list({phone("t1")}), 1},
         DeleteCase{"WithoutToken", PHONES, R"([{"platform":"ios"},{"token":2},{"token":"t2"}])",
                    list({phone("t1")}), 1},
         DeleteCase{"ByALongToken", list({phone(std::string(1023, 't')), phone("t")}),
@@ -707,6 +737,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         DeleteCase{"ByKey", NAMES, R"({"5_0_1":"Lamp"})", R"({"6_0_1":"Fan","7_0_1":"Heater"})", 1},
         DeleteCase{"WhateverTheValue", NAMES, R"({"5_0_1":"Fan","6_0_1":5,"7_0_1":[{}]})", "{}", 1},
+        DeleteCase{"ThatIsAndOneThatIsNot", NAMES, R"({"7_0_1":null,"9_0_1":null})",
+                   R"({"5_0_1":"Lamp","6_0_1":"Fan"})", 1},
         DeleteCase{"ThatIsNotAndOneThatIs", NAMES, R"({"0_0_0":null,"7_0_1":null})",
                    R"({"5_0_1":"Lamp","6_0_1":"Fan"})", 1},
         DeleteCase{"ThatIsNot", NAMES, R"({"Lamp":"5_0_1"})", NAMES, 0},
@@ -735,6 +767,8 @@ INSTANTIATE_TEST_SUITE_P(
         DeleteCase{"WithAMemberOfAnotherTypeAsAbsent", FILTERS, R"([{"uid":5,"channel":"1"}])",
                    R"([{"channel":1,"uid":5},{"channel":1,"eventCode":9,"uid":5},{"eventCode":9}])",
                    1},
+        DeleteCase{"ThatIsAndOneThatIsNot", FILTERS, R"([{"eventCode":9},{"channel":1}])",
+                   R"([{"uid":5},{"channel":1,"uid":5},{"channel":1,"eventCode":9,"uid":5}])", 1},
         DeleteCase{"ThatIsNotAndOneThatIs", FILTERS, R"([{"channel":1},{"eventCode":9}])",
                    R"([{"uid":5},{"channel":1,"uid":5},{"channel":1,"eventCode":9,"uid":5}])", 1},
         DeleteCase{"ThatIsNot", FILTERS, R"([{"uid":5,"eventCode":9}])", FILTERS, 0},
@@ -808,15 +842,16 @@ static const std::vector<std::string> ABSENT = {
     "rooms does not exist\n",
 };
 
-// The lines at error level, without where they come from.
+// The lines of parseToDel at error level, without where they come from.
 static std::vector<std::string> errors(const std::string &log)
 {
+    static constexpr std::string_view BEGIN = "6 parseToDel:";
     std::vector<std::string> texts;
     for (size_t start = 0, end; (end = log.find('\n', start)) != std::string::npos;
          start = end + 1) {
         const std::string line = log.substr(start, end + 1 - start);
-        if (line.rfind("6 ", 0) == 0)
-            texts.push_back(line.substr(line.find(' ', 2) + 1));
+        if (line.rfind(BEGIN, 0) == 0)
+            texts.push_back(line.substr(line.find(' ', BEGIN.size()) + 1));
     }
     return texts;
 }
