@@ -27,6 +27,8 @@ libgtest-dev         run   tests
 libgmock-dev         run   tests
 dbus-daemon          run   private bus
 psmisc               run   killall, which the daemon calls when it crashes
+python3              test  results computed a second time, by the programs of tests/oracles
+tzdata               test  time zones with their clock changes
 clang                test  analysis of the locks
 libclang-rt-dev      test  fuzzing
 libbenchmark-dev     test  benchmarks
