@@ -28,14 +28,6 @@ static HandlerResult acceptAndIgnore(DBusConnection *, DBusMessage *, void *, ap
     return HANDLED;
 }
 
-struct Route {
-    int type;
-    const char *interface;
-    const char *member;
-    BusHandler *handler;
-};
-
-// The rows are tried in this order. The object path of a method is not looked at.
 static constexpr Route ROUTES[] = {
     {SIGNAL, EVENT_SIGNALS, "triggerAPP", ovrin_dbus_event_signal},
     {SIGNAL, EVENT_SIGNALS, "trigger", acceptAndIgnore},
@@ -66,6 +58,11 @@ static constexpr Route ROUTES[] = {
     {METHOD, APP, "setRecentEventLogNum", app_dbus_set_eventLog_recentNum},
     {METHOD, ZWAVE_EVENT, "event", app_dbus_event_method},
 };
+
+std::span<const Route> routes()
+{
+    return ROUTES;
+}
 
 static const char *orNull(const char *text)
 {
