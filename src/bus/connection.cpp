@@ -6,6 +6,7 @@
 #include "main/scope.h"
 #include "main/threads.h"
 
+#include <cstring>
 #include <pthread.h>
 
 DBusConnection *openBus(const char *caller, const char *nullMessage)
@@ -49,4 +50,16 @@ int app_dbus_init()
         return -1;
     }
     return startOutbound(connection) ? 0 : -1;
+}
+
+bool busCarries(const char *text, const char *caller)
+{
+    static constexpr size_t LONGEST_TEXT = 16 * 1024 * 1024;  // buses take 32 MiB a message
+    if (strlen(text) > LONGEST_TEXT)
+        LOG_AS(caller, ERROR, "The text is too long for the bus\n");
+    else if (!dbus_validate_utf8(text, nullptr))
+        LOG_AS(caller, ERROR, "The text is no UTF-8\n");
+    else
+        return true;
+    return false;
 }

@@ -15,3 +15,8 @@ DBusConnection *openBus(const char *caller, const char *nullMessage);
 
 // openBus for the outbound connection.
 DBusConnection *dbus_conn_init();
+
+// Whether a text can be an argument of a message; what cannot is logged in the name of the caller.
+// The library ends a process that hands it invalid UTF-8, and the bus cuts off a connection that
+// sends more than it takes.
+bool busCarries(const char *text, const char *caller = __builtin_FUNCTION());

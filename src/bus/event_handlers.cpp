@@ -7,6 +7,7 @@
 #include "main/util.h"
 
 #include <cstdio>
+#include <cstring>
 
 static DeviceEvent *createEvent(uint16_t eventCode, uint16_t gid, uint16_t channelID)
 {
@@ -17,6 +18,17 @@ static DeviceEvent *createEvent(uint16_t eventCode, uint16_t gid, uint16_t chann
         event->channelID = static_cast<uint8_t>(channelID);
     }
     return event;
+}
+
+// The journal keeps hundreds of payloads, and all of them have to fit into one message. What no
+// device has to say is left out: cut, it would be no JSON.
+static char *copyPayload(const char *text)
+{
+    static constexpr size_t LONGEST_PAYLOAD = 16 * 1024;
+    if (strlen(text) <= LONGEST_PAYLOAD)
+        return copyText(text);
+    LOG_AS("ovrin_dbus_event_signal", ERROR, "payload of %zu bytes is left out\n", strlen(text));
+    return nullptr;
 }
 
 HandlerResult ovrin_dbus_event_signal(DBusConnection *, DBusMessage *message, void *, apr_pool_t *)
@@ -39,7 +51,7 @@ HandlerResult ovrin_dbus_event_signal(DBusConnection *, DBusMessage *message, vo
     event->hasPayload =
         static_cast<uint8_t>(flag);  // Deliberate: its low byte, as for the channel.
     if (event->hasPayload != 0) {
-        event->payload = copyText(text);
+        event->payload = copyPayload(text);
         event->hasPayload = event->payload ? event->hasPayload : uint8_t{0};
     }
     equeue_push(event);

@@ -1,5 +1,6 @@
 #include "bus/handler.h"
 
+#include "bus/connection.h"
 #include "main/log.h"
 
 #include <cstdio>
@@ -37,11 +38,8 @@ static void sendReply(DBusConnection *connection, DBusMessage *reply, int type, 
 
 void sendText(DBusConnection *connection, DBusMessage *reply, const char *answer)
 {
-    if (!dbus_validate_utf8(answer, nullptr)) {
-        LOG(ERROR, "The reply is no UTF-8\n");
-        return;
-    }
-    sendReply(connection, reply, DBUS_TYPE_STRING, &answer);
+    if (busCarries(answer))
+        sendReply(connection, reply, DBUS_TYPE_STRING, &answer);
 }
 
 void sendInteger(DBusConnection *connection, DBusMessage *reply, int32_t answer)

@@ -29,7 +29,7 @@ bool readInteger(DBusMessage *message, int32_t *number);
 bool readUnsigned(DBusMessage *message, uint32_t *number);
 
 // Appends the answer and sends the reply, without waiting for it to leave.
-// A text that is no UTF-8, which the bus does not carry, is logged instead.
+// A text that the bus does not carry is logged instead.
 void sendText(DBusConnection *connection, DBusMessage *reply, const char *answer);
 void sendInteger(DBusConnection *connection, DBusMessage *reply, int32_t answer);
 void sendUnsigned(DBusConnection *connection, DBusMessage *reply, uint32_t answer);

@@ -1,5 +1,6 @@
 #include "bus/outbound.h"
 
+#include "bus/connection.h"
 #include "bus/outbound_io.h"
 #include "main/log.h"
 #include "main/scope.h"
@@ -26,10 +27,9 @@ static constexpr const char *SIGNAL_PATH = "/com/OvrinTech/process/app";
 static constexpr const char *COMMAND_INTERFACE = "com.OvrinTech.signal.json.command";
 static constexpr const char *EVENT_LOG_INTERFACE = "com.OvrinTech.signal.eventLog";
 
-// The bus takes valid UTF-8 only, and its library aborts the process that hands it anything else.
 static bool appendText(DBusMessage *message, const char *text)
 {
-    return text && dbus_validate_utf8(text, nullptr) &&
+    return text && busCarries(text) &&
            dbus_message_append_args(message, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
 }
 

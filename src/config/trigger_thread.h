@@ -11,6 +11,7 @@
 
 struct TriggerThrData {
     pthread_t thread;  // written by thread creation; 0 when that failed
+    int threadFailed;  // the thread could not be created
     int outdated;      // a newer thread of the same macro has replaced this one; written by its own
                        // thread only
     WaitPoint wait;    // interrupted when a newer thread of the macro starts

@@ -149,7 +149,7 @@ MacroEventLog *addMacroEventLog(const TriggerThrData *data, const Scene *scene)
     MacroEventLog *log = callocMacroEventLog();
     if (!log)
         return nullptr;
-    if (data->macro && data->macro->title[0] != '\0')
+    if (data->macro)
         log->name = copyText(data->macro->title);
     else
         LOG(ERROR, "data->macroTitle is NULL\n");

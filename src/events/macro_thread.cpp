@@ -28,6 +28,17 @@ static constexpr Integer COPY_SENSOR_VALUE = -1;
 // The thread's steps log in its name.
 static constexpr const char *THREAD = "doSceneThread";
 
+// A record whose thread could not be created stays listed until somebody looks for the threads of
+// its macro. Nobody else would free it, and the macro would seem busy for good.
+static void forgetFailedThreads(const char *title)
+    LOCKING(requires_capability(doSceneThrList_mutex))
+{
+    for (TriggerThrData &record : ELEMENTS(TriggerThrData, node, &doSceneThrListHead)) {
+        if (record.threadFailed != 0 && strcmp(record.macro->title, title) == 0)
+            freeTriggerThrData(&record);
+    }
+}
+
 void startMacroThread(const Macro &macro, const GetDev_dev &device, const GetDev_channel &channel)
 {
     TriggerThrData *record = callocTriggerThrData();
@@ -43,6 +54,7 @@ void startMacroThread(const Macro &macro, const GetDev_dev &device, const GetDev
         freeTriggerThrData(record);
         return;
     }
+    forgetFailedThreads(macro.title);
     for (TriggerThrData &older : ELEMENTS(TriggerThrData, node, &doSceneThrListHead)) {
         if (strcmp(older.macro->title, macro.title) == 0)
             interruptWait(older.wait);
@@ -51,6 +63,7 @@ void startMacroThread(const Macro &macro, const GetDev_dev &device, const GetDev
     if (createThread(&record->thread, doSceneThread, record) != 0) {
         LOG_AS("doEvent", ERROR, "pthread_create fail\n");  // Deliberate: the record stays listed.
         record->thread = 0;
+        record->threadFailed = 1;
     }
 }
 
@@ -58,6 +71,7 @@ void startMacroThread(const Macro &macro, const GetDev_dev &device, const GetDev
 static bool isOutdated(TriggerThrData *record)
 {
     const MutexLock lock(doSceneThrList_mutex);
+    forgetFailedThreads(record->macro->title);
     const TriggerThrData *newest =
         searchLastMacroInTriggerThrList(&doSceneThrListHead, record->macro->title);
     record->outdated = newest != record ? 1 : 0;
@@ -243,6 +257,7 @@ static void waitForControl(TriggerThrData *record, const MacroRun &run)
 static bool leaveToOthers(TriggerThrData *record, const MacroRun &run)
 {
     const MutexLock lock(doSceneThrList_mutex);
+    forgetFailedThreads(run.title);
     if (countDoSceneThdListItems(&doSceneThrListHead, run.title) <= 1)
         return false;
     freeTriggerThrData(record);

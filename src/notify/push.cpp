@@ -125,7 +125,7 @@ static void deliver(apr_pool_t *pool, const RegDevice &device, const char *messa
 // No phone shows more, and a command line of the system may not hold much more.
 static const char *cutToFit(apr_pool_t *pool, const char *message)
 {
-    static constexpr size_t LONGEST_TEXT = 16 * 1024;
+    static constexpr size_t LONGEST_TEXT = 4 * 1024;
     if (strlen(message) < LONGEST_TEXT)
         return message;
     auto *cut = static_cast<char *>(apr_palloc(pool, LONGEST_TEXT));

@@ -60,6 +60,20 @@ protected:
     }
 };
 
+TEST_F(EventIntake, LeavesOutAPayloadThatNoDeviceWouldSend)
+{
+    startWith("{}");
+    const auto payloadOf = [](size_t size) {
+        return R"({"t":")" + std::string(size - 8, 'x') + "\"}";
+    };
+    eventWithPayload(5001, 20, 0, 1, payloadOf(16 * 1024));
+    eventWithPayload(5001, 20, 0, 1, payloadOf(16 * 1024 + 1));
+    ASSERT_TRUE(eventually([&] { return recent().size() == 2; }));
+    EXPECT_EQ(recent().at(0)["payload"]["t"].text().size(), 16u * 1024 - 8);
+    EXPECT_TRUE(recent().at(1)["payload"].isNull());
+    EXPECT_TRUE(daemon.logged("payload of 16385 bytes is left out"));
+}
+
 TEST_F(EventIntake, AnnouncesAnEventAsRecent)
 {
     sdk.set({.uid = 5,
