@@ -42,7 +42,7 @@ static bool syncPath(const char *path, int flags)
     return synced;
 }
 
-static void syncFolderOf(const char *path)
+static bool syncFolderOf(const char *path)
 {
     char folder[PATH_MAX];
     snprintf(folder, sizeof folder, "%s", path);
@@ -50,7 +50,7 @@ static void syncFolderOf(const char *path)
     if (slash)
         *slash = '\0';
     // A file system that cannot sync a folder keeps the order by itself.
-    syncPath(slash ? folder : ".", O_DIRECTORY);
+    return syncPath(slash ? folder : ".", O_DIRECTORY) || errno == EINVAL;
 }
 
 // False when it did not come to its place; it then stays where it is.
@@ -77,20 +77,19 @@ int storeDocument(const char *path, const char *text, size_t size)
         LOG(ERROR, "%s cannot be stored: %s is in the way\n", path, ahead.text);
         return -1;
     }
-    if (bufWriteToFile(ahead.text, text, size) != 0 || errno != 0 || !syncPath(ahead.text, 0)) {
+    if (bufWriteToFile(ahead.text, text, size) != 0 || errno != 0 || !syncPath(ahead.text, 0) ||
+        !syncFolderOf(path)) {
         LOG(ERROR, "%s cannot be stored: %s\n", path, strerror(errno));
         unlink(ahead.text);
         return -1;
     }
     const bool isFirst = !exists(path);
-    syncFolderOf(path);
     if (bufWriteToFile(path, text, size) != 0 || errno != 0 || !syncPath(path, 0)) {
         LOG(ERROR, "%s cannot be written over: %s\n", path, strerror(errno));
         return putInPlace(ahead.text, path) ? 0 : -1;
     }
-    if (isFirst)
-        syncFolderOf(path);
-    unlink(ahead.text);
+    if (!isFirst || syncFolderOf(path))
+        unlink(ahead.text);
     syncFolderOf(path);  // or a later power cut could bring the copy back
     return 0;
 }
