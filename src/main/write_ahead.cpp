@@ -115,6 +115,7 @@ static bool sameSize(const char *path, const char *other)
 bool stageCopy(const char *source, const char *path)
 {
     const SidePath copy(path, COPY);
+    dropCopy(path);  // or it could be taken for what is copied now
     const int status = copyFile(source, copy.text);
     // Judged by what arrived: the status also tells of an owner that could not be kept.
     if (sameSize(source, copy.text) && syncPath(copy.text, 0))
