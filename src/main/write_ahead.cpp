@@ -137,8 +137,12 @@ void dropCopy(const char *path)
 
 void removeDocument(const char *path)
 {
-    unlink(SidePath(path, NEW).text);  // first: it would bring the document back
-    unlink(path);
+    const SidePath ahead(path, NEW);
+    // The copy first: it would bring the document back.
+    for (const char *file : {static_cast<const char *>(ahead.text), path}) {
+        if (unlink(file) != 0 && errno != ENOENT)
+            LOG(ERROR, "%s cannot be removed: %s\n", file, strerror(errno));
+    }
     syncFolderOf(path);
 }
 
