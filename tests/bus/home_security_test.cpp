@@ -233,6 +233,18 @@ TEST_F(HomeSecurity, SoundsAgainAfterAnAlarm)
     EXPECT_EQ(macroEvents().size(), 2u);
 }
 
+TEST_F(HomeSecurity, StartsTheNextAlarmWhenTheSirensHaveBeenPutBack)
+{
+    startHomeWithSirens({.duration = 0});
+    openDoor();
+    ASSERT_TRUE(eventually([&] {
+        openDoor();
+        return alarms() == 2;
+    }));
+    ASSERT_TRUE(sdk.heard(SECOND_BACK)) << "what the sirens show would be that they sound";
+    EXPECT_GT(alarmBegan(1), momentOf(SECOND_BACK));
+}
+
 TEST_F(HomeSecurity, TakesTheSirensAndTheirSoundAnewForEachAlarm)
 {
     startHomeWithSirens({.duration = 0});
@@ -603,6 +615,18 @@ TEST_F(HomeSecurity, PutsTheSirensBackWhenTheConfigurationIsRestored)
     ASSERT_TRUE(eventuallyPutBack());
     disarm();
     EXPECT_EQ(sdk.count(GATEWAY_BACK), 1u) << "there is nothing left to put back";
+}
+
+TEST_F(HomeSecurity, SoundsAllTheSameWhenTheConfigurationIsRestoredInTheEntryDelay)
+{
+    startHomeWithSirens({.entryDelay = 3, .duration = 0});
+    openDoor();
+    const auto reply = client.call(SWITCH_APP, "restoreConfig", {int32_t{0}});
+    ASSERT_TRUE(eventually([&] { return reply->arrived(); }));
+    ASSERT_TRUE(eventually([&] { return sdk.heard(FIRST_BACK) && sdk.heard(SECOND_BACK); }));
+    EXPECT_TRUE(sdk.heard(SECOND_ON));
+    EXPECT_LT(momentOf(SECOND_ON), momentOf(SECOND_BACK));
+    EXPECT_EQ(sdk.count(SECOND_BACK), 1u) << "nothing was put back before it sounded";
 }
 
 TEST_F(HomeSecurity, DoesNotKeepTheDaemonFromEnding)
