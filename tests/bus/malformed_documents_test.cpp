@@ -317,7 +317,7 @@ protected:
     {
         const std::string before = callForText("jsongetall", "");
         const std::string stored = daemon.data.read("appSetup.json").value_or("");
-        for (size_t length = 0; length < text.size(); ++length) {
+        for (size_t length = 0; length < text.size(); length += CASE_STEP) {
             const std::string what = "the first " + std::to_string(length) + " bytes";
             ASSERT_EQ(send(method, text.substr(0, length), what), 0) << what;
             ASSERT_EQ(shown, before) << what;
@@ -457,6 +457,12 @@ TEST_F(MalformedDocuments, WithAMemberOfAnotherTypeRenameNothing)
 static constexpr size_t DEEPEST = 64;
 static constexpr size_t DEPTHS = 2049;
 
+// One by one around the border, and beyond it too, but for a sanitizer or a larger step.
+static size_t stepAt(size_t depth, size_t beyond = 1)
+{
+    return depth < 2 * DEEPEST ? 1 : std::max(beyond, CASE_STEP);
+}
+
 struct Nesting {
     const char *name;
     const char *open[2];  // of the even and of the odd levels
@@ -489,7 +495,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(MalformedDepths, BeyondSixtyFourLevelsSetNothing)
 {
     startHolding(WHOLE);
-    for (size_t depth = 2; depth <= DEPTHS; depth += depth < 2 * DEEPEST ? 1 : GetParam().step) {
+    for (size_t depth = 2; depth <= DEPTHS; depth += stepAt(depth, GetParam().step)) {
         const std::string what = std::to_string(depth) + " levels";
         const std::string alarm = R"("alarm":{"duration":)" + std::to_string(depth) + "}";
         const bool sound = depth <= DEEPEST;
@@ -513,7 +519,7 @@ TEST_F(MalformedDocuments, BeyondSixtyFourLevelsDeleteNothing)
     Value configuration = Value::object();
     configuration.add("targetNames", names);
     startHolding(configuration);
-    for (size_t depth = 2; depth <= DEPTHS; ++depth) {
+    for (size_t depth = 2; depth <= DEPTHS; depth += stepAt(depth)) {
         const std::string what = std::to_string(depth) + " levels";
         const std::string group = R"("targetNames":{"n)" + std::to_string(depth) + R"(":0})";
         const bool sound = depth <= DEEPEST;
@@ -530,7 +536,7 @@ TEST_F(MalformedDocuments, BeyondSixtyFourLevelsDeleteNothing)
 TEST_F(MalformedDocuments, BeyondSixtyFourLevelsRenameNothing)
 {
     startHolding(WHOLE);
-    for (size_t depth = 2; depth <= DEPTHS; ++depth) {
+    for (size_t depth = 2; depth <= DEPTHS; depth += stepAt(depth)) {
         const std::string what = std::to_string(depth) + " levels";
         const size_t from = daemon.logSize();
         ASSERT_EQ(send("jsonrename",
