@@ -15,6 +15,7 @@
 #include "main/json_memory.h"
 #include "main/scope.h"
 #include "scene/runner.h"
+#include "support/no_threads.h"
 #include "support/temp_dir.h"
 
 #include <atomic>
@@ -448,33 +449,11 @@ TEST_F(AnAlarm, IsStartedOnceByTwoEventsAtOnce)
     EXPECT_EQ(sdk.asked("getdevice", 256), 1u);
 }
 
-// No thread can be started as long as this lives: none of the address space is large enough for its
-// stack.
-class NoThreads {
-public:
-    NoThreads()
-    {
-        pthread_getattr_default_np(&before);
-        pthread_attr_t huge = before;
-        pthread_attr_setstacksize(&huge, size_t{1} << (sizeof(size_t) * 8 - 18));
-        EXPECT_EQ(pthread_setattr_default_np(&huge), 0);
-    }
-    ~NoThreads()
-    {
-        pthread_setattr_default_np(&before);
-    }
-    NoThreads(const NoThreads &) = delete;
-    NoThreads &operator=(const NoThreads &) = delete;
-
-private:
-    pthread_attr_t before;
-};
-
 TEST_F(AnAlarm, ThatGetsNoThreadIsGivenUp)
 {
     arm();
     {
-        const NoThreads now;
+        const support::NoThreads now;
         openDoor();
     }
     EXPECT_EQ(logged("pthread_create fail\n"), 1u);
