@@ -38,15 +38,14 @@ struct FreshSignals {
     FreshSignals &operator=(const FreshSignals &) = delete;
 };
 
-static constexpr time_t LONGEST_SECONDS = 300;
 static constexpr long FIRST_LOOK = 1'000'000;  // ns
 static constexpr long SELDOMEST_LOOK = 50'000'000;
 
 // Looks more and more seldom: most helpers are quick, and none is waited for by anyone in a hurry.
 // False when it has not ended in time.
-static bool awaitEnd(pid_t child, int &status)
+static bool awaitEnd(pid_t child, int &status, const timespec &limit)
 {
-    const timespec deadline = monotonicDeadline({LONGEST_SECONDS, 0});
+    const timespec deadline = monotonicDeadline(limit);
     long pause = FIRST_LOOK;
     for (;;) {
         const pid_t ended = waitpid(child, &status, WNOHANG);
@@ -65,7 +64,7 @@ static bool awaitEnd(pid_t child, int &status)
     }
 }
 
-int runShell(const char *command)
+int runShell(const char *command, const timespec &limit)
 {
     const FreshSignals signals;
     char shell[] = "sh";
@@ -80,7 +79,7 @@ int runShell(const char *command)
         return -1;
     }
     int status = -1;
-    if (!awaitEnd(child, status)) {
+    if (!awaitEnd(child, status, limit)) {
         LOG(ERROR, "has not ended and is killed: %s\n", command);
         kill(-child, SIGKILL);
         waitpid(child, &status, 0);
