@@ -67,7 +67,7 @@ protected:
         sdk.set(lamps);
         startWith(R"({"scenes":[{"title":"S","comps":[)" + comps + "]}]}");
     }
-    // When the daemon has planned the last command that it has planned.
+    // The planned time of a run's last command, as the daemon has logged it since `from`.
     int64_t plannedLast(size_t from) const
     {
         const std::string log = daemon.log(from);
@@ -101,12 +101,13 @@ protected:
     {
         startWithGap(gap);
         std::vector<int64_t> late;
-        while (late.size() < COMMANDS) {
+        while (late.size() < COMMANDS && !HasFailure()) {
             // Each run begins at another moment between two ticks.
             std::this_thread::sleep_for(Milliseconds(late.size() * 7 % 190));
             const std::vector<int64_t> run = runScene(gap);
             late.insert(late.end(), run.begin(), run.end());
         }
+        ASSERT_EQ(late.size(), static_cast<size_t>(COMMANDS));
         EXPECT_GE(*std::min_element(late.begin(), late.end()), 0) << "a command came early";
         print(gap, late);
     }
