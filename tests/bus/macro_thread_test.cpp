@@ -187,6 +187,35 @@ TEST_F(MacroThreads, LeaveTheDeviceAsItIsWithAControlDurationOfZero)
     EXPECT_EQ(sdk.asked("getdevice", 20), 2u) << "its value was stored all the same";
 }
 
+TEST_F(MacroThreads, RestoreAtOnceAfterAControlDurationBelowZero)
+{
+    startWithMacros(doorMacro(R"("duration":-1)", 0));
+    openDoor();
+    ASSERT_TRUE(eventually([&] { return sdk.heard(LAMP_BACK); }));
+    EXPECT_THAT(sdk.commandTexts(), ElementsAre(LAMP_ON, LAMP_BACK));
+    EXPECT_TRUE(daemon.logged("do sleep(control duration): -1 sec, tid: "));
+    EXPECT_FALSE(daemon.logged("remaining time: "));
+}
+
+TEST_F(MacroThreads, DoNotWaitForATriggerDurationBelowZero)
+{
+    startWithMacros(doorMacro(R"("duration":0)", -9223372036854775807));
+    openDoor();
+    ASSERT_TRUE(eventually([&] { return sdk.heard(LAMP_ON); }));
+    EXPECT_FALSE(daemon.logged("remaining time: "));
+}
+
+TEST_F(MacroThreads, LeaveTheScenesValuesAtAThresholdThatIsMinusOneIn32BitsOnly)
+{
+    sdk.set(device(5, 0, DIMMER, 42));
+    startWithMacros(R"({"title":"Follow","enabled":1,"scene":{"title":"S","comps":[
+            {"target":{"dev":20,"if":0,"ch":0},"value":1}]},
+        "triggers":[{"target":{"dev":5,"if":0,"ch":0},"op":"!=","threshold":4294967295}]})");
+    openDoor();
+    ASSERT_TRUE(eventually([&] { return sdk.commands().size() == 1; }));
+    EXPECT_THAT(sdk.commandTexts(), ElementsAre(switchCommand(20, 0, 1)));
+}
+
 struct RestoreCase {
     const char *name;
     int mode;

@@ -6,9 +6,12 @@
 #include "main/log.h"
 
 #include <apr_general.h>
+#include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <mutex>
+#include <pthread.h>
 
 // Never destroyed: the daemon's threads log while the process ends.
 static std::mutex &logMutex = *new std::mutex;
@@ -88,6 +91,24 @@ extern "C" void *__wrap_malloc(size_t size)
     if (untilJsonFailure > 0 && --untilJsonFailure == 0)
         return nullptr;
     return __real_malloc(size);
+}
+
+static std::atomic<int> untilThreadFailure;
+
+void failThread(int n)
+{
+    untilThreadFailure = n;
+}
+
+using ThreadBody = void *(void *);
+extern "C" int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                                     ThreadBody *body, void *argument);
+extern "C" int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                                     ThreadBody *body, void *argument)
+{
+    if (untilThreadFailure > 0 && --untilThreadFailure == 0)
+        return EAGAIN;
+    return __real_pthread_create(thread, attributes, body, argument);
 }
 
 std::string takeText(json_t *value)

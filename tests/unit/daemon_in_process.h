@@ -36,6 +36,10 @@ void failAllocation(int n);
 // The same for what the JSON library allocates; watchJsonMemory has been called.
 void failJsonAllocation(int n);
 
+// From now on the n-th thread that the daemon creates fails (1: the next one), once; 0 switches it
+// off.
+void failThread(int n);
+
 // A JSON value that frees itself, from its text.
 class Value {
 public:

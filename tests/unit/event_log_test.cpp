@@ -9,6 +9,7 @@
 
 #include <apr_general.h>
 #include <cstring>
+#include <functional>
 
 class Journal : public testing::Test {
 protected:
@@ -180,6 +181,43 @@ TEST_F(Journal, AnnouncesAWholeDocumentOrNoneWhenMemoryRunsOut)
     }
 }
 
+// What that writer gives when the n-th allocation fails, for every n that it comes to: nothing, and
+// then the whole of what it writes.
+static void expectWholeOrNone(const std::function<const char *()> &write, const char *log,
+                              size_t members)
+{
+    for (int n = 1;; ++n) {
+        failJsonAllocation(n);
+        const char *text = write();
+        failJsonAllocation(0);
+        if (!text)
+            continue;
+        EXPECT_GT(n, 10);
+        const support::Json document((std::string_view(text)));
+        EXPECT_EQ(document.size(), members);
+        EXPECT_EQ(document[log].size(), 2u);
+        break;
+    }
+}
+
+TEST_F(Journal, IsReadBackAsAWholeOrNotAtAllWhenMemoryRunsOut)
+{
+    watchJsonMemory();
+    add(5001, R"({"x":1})");
+    add(5032, R"({"msg":"m"})");
+    const auto read = [this] { return eventLogsToStrBySeq(&eventLogListHead, 1, pool); };
+    expectWholeOrNone(read, "eventLog", 10);
+}
+
+TEST_F(Journal, OfMacrosIsReadBackAsAWholeOrNotAtAllWhenMemoryRunsOut)
+{
+    watchJsonMemory();
+    freeMacroEventLog(addMacroEventLogInAlarm());
+    freeMacroEventLog(addMacroEventLogInAlarm());
+    const auto read = [this] { return macroEventLogsToStrBySeq(&macroEventLogListHead, 1, pool); };
+    expectWholeOrNone(read, "macroEventLog", 1);
+}
+
 TEST_F(Journal, OfMacrosKeeps100Runs)
 {
     TriggerThrData *data = callocTriggerThrData();
@@ -234,7 +272,9 @@ TEST_F(Journal, AnnouncesAMacroEventInTheTimeOfItsMaking)
 TEST(Serialized, NothingIsNothing)
 {
     EXPECT_EQ(eventLogToJson(nullptr), nullptr);
-    EXPECT_EQ(logged("eLog is NULL\n"), 1u);
+    EXPECT_EQ(macroEventLogToJson(nullptr), nullptr);
+    EXPECT_EQ(logLines(), (std::vector<LogLine>{{6, "eventLogToJson", "eLog is NULL\n"},
+                                                {6, "macroEventLogToJson", "log  is NULL\n"}}));
 }
 
 TEST(Filter, MatchesWithItsNegativeFieldsAnything)

@@ -81,9 +81,14 @@ TEST(FunctionNames, AreLookedUpByTheLowByte)
     for (const auto &[code, name] : names) {
         EXPECT_STREQ(funcTypeToString(code), name);
         EXPECT_STREQ(funcTypeToString(code + 256), name);
+        EXPECT_STREQ(funcTypeToString(code - 256), name);
+        EXPECT_STREQ(funcTypeToString(code + (1LL << 40)), name);
     }
-    for (const int code : {0, 10, 27, 29, 31, 34, 255})
-        EXPECT_EQ(funcTypeToString(code), nullptr) << code;
+    for (int code = 0; code < 256; ++code) {
+        if (code < 11 || code > 26) {
+            EXPECT_EQ(funcTypeToString(code), nullptr) << code;
+        }
+    }
 }
 
 struct OperatorCase {
@@ -99,7 +104,8 @@ TEST(Trigger, ComparesTheValueWithItsThreshold)
                                   {"<=", 1, 1, 0}, {">=", 0, 1, 1}, {"!=", 1, 0, 1},
                                   {"=>", 0, 0, 0}, {"", 0, 0, 0}};
     for (const OperatorCase &expected : cases) {
-        for (const Integer threshold : {-1LL, 0LL, 100LL, 2147483646LL}) {
+        for (const Integer threshold :
+             {-2147483647LL, -100LL, -1LL, 0LL, 1LL, 100LL, 2147483646LL}) {
             const Trigger trigger = triggerOf(expected.op, threshold);
             EXPECT_EQ(check(trigger, channelOf(23, threshold - 1, 0)), expected.below)
                 << expected.op;
@@ -107,6 +113,35 @@ TEST(Trigger, ComparesTheValueWithItsThreshold)
             EXPECT_EQ(check(trigger, channelOf(23, threshold + 1, 0)), expected.above)
                 << expected.op;
         }
+    }
+}
+
+TEST(Trigger, ComparesTheSmallestAndTheGreatestNumberByTheirSign)
+{
+    static constexpr Integer SMALLEST = -2147483648LL;
+    static constexpr Integer GREATEST = 2147483647;
+    const OperatorCase cases[] = {{">", 0, 0, 1},  {"<", 1, 0, 0},  {"=", 0, 1, 0},
+                                  {"<=", 1, 1, 0}, {">=", 0, 1, 1}, {"!=", 1, 0, 1}};
+    for (const OperatorCase &expected : cases) {
+        EXPECT_EQ(check(triggerOf(expected.op, GREATEST), channelOf(23, SMALLEST, 0)),
+                  expected.below)
+            << expected.op;
+        for (const Integer border : {SMALLEST, GREATEST}) {
+            EXPECT_EQ(check(triggerOf(expected.op, border), channelOf(23, border, 0)),
+                      expected.equal)
+                << expected.op;
+        }
+        EXPECT_EQ(check(triggerOf(expected.op, SMALLEST), channelOf(23, GREATEST, 0)),
+                  expected.above)
+            << expected.op;
+    }
+}
+
+TEST(Trigger, KnowsNoOtherSpellingOfAnOperator)
+{
+    for (const char *op : {"==", "=<", "<>", ">>", "> ", " >", "=!", "!", "<==", "gt"}) {
+        for (const Integer value : {9, 10, 11})
+            EXPECT_EQ(check(triggerOf(op, 10), channelOf(23, value, 0)), 0) << op << value;
     }
 }
 
@@ -124,11 +159,50 @@ TEST(Trigger, ConvertsTenthsOfADegreeToItsOwnUnit)
         Integer sensor;
         Integer compared;
     };
-    const Conversion cases[] = {
-        {1, 2, 770, 250}, {2, 1, 250, 770}, {1, 1, 10, 10},     {2, 2, 10, 10},
-        {0, 2, 770, 770}, {1, 0, 770, 770}, {1, 2, -400, -400}, {2, 1, -400, -400},
-        {1, 2, 320, 0},   {2, 1, 0, 320},   {1, 2, 321, 0},     {1, 2, 319, 0},
-        {1, 2, 322, 1},   {1, 2, 318, -1},  {2, 1, 1, 321},     {2, 1, -1, 319}};
+    const Conversion cases[] = {{1, 2, 770, 250},
+                                {2, 1, 250, 770},
+                                {1, 1, 10, 10},
+                                {2, 2, 10, 10},
+                                {0, 2, 770, 770},
+                                {1, 0, 770, 770},
+                                {1, 2, -400, -400},
+                                {2, 1, -400, -400},
+                                {1, 2, 320, 0},
+                                {2, 1, 0, 320},
+                                {1, 2, 321, 0},
+                                {1, 2, 319, 0},
+                                {1, 2, 322, 1},
+                                {1, 2, 318, -1},
+                                {2, 1, 1, 321},
+                                {2, 1, -1, 319},
+                                {1, 2, 0, -177},
+                                {1, 2, 1, -177},
+                                {1, 2, -1, -178},
+                                {1, 2, 2120, 1000},
+                                {1, 2, 311, -5},
+                                {1, 2, 329, 5},
+                                {1, 2, -401, -400},
+                                {1, 2, -402, -401},
+                                {2, 1, 2, 323},
+                                {2, 1, -2, 317},
+                                {2, 1, 3, 325},
+                                {2, 1, -3, 315},
+                                {2, 1, 4, 327},
+                                {2, 1, -4, 313},
+                                {2, 1, 5, 329},
+                                {2, 1, -5, 311},
+                                {2, 1, -177, 2},
+                                {2, 1, -178, 0},
+                                {2, 1, -401, -401},
+                                {2, 1, -399, -398},
+                                {2, 1, 1000, 2120},
+                                {2, 0, 770, 770},
+                                {2, 3, 770, 770},
+                                {3, 1, 770, 770},
+                                {0, 1, 770, 770},
+                                {-1, 2, 770, 770},
+                                {1, 1 + (1LL << 32), 770, 770},
+                                {2 + (1LL << 32), 1, 770, 770}};
     for (const Conversion &unit : cases) {
         GetDev_channel channel = channelOf(11, 0, unit.sensor);
         channel.sensorunit = unit.sensorUnit;
@@ -136,6 +210,21 @@ TEST(Trigger, ConvertsTenthsOfADegreeToItsOwnUnit)
         trigger.dataunit = unit.triggerUnit;
         EXPECT_EQ(check(trigger, channel), 1) << unit.sensor << " as " << unit.compared;
     }
+}
+
+TEST(Trigger, ConvertsWhateverValueItCompares)
+{
+    GetDev_channel lamp = channelOf(23, 770, 0);
+    GetDev_channel plug = channelOf(22, 0, 770);
+    plug.ctrltype = 23;
+    GetDev_channel button = channelOf(11, 770, 0);
+    for (GetDev_channel *channel : {&lamp, &plug, &button})
+        channel->sensorunit = 2;
+    Trigger trigger = triggerOf("=", 250);
+    trigger.dataunit = 1;
+    EXPECT_EQ(check(trigger, lamp), 1);
+    EXPECT_EQ(check(trigger, plug), 1);
+    EXPECT_EQ(check(trigger, button, 0x01010167), 1);
 }
 
 TEST(Trigger, ConcernsOnlyItsOwnDeviceAndChannel)
@@ -158,6 +247,7 @@ TEST(Trigger, HoldsOnEveryReportOfTheseProducts)
         EXPECT_EQ(check(triggerOf("=>", -2), channelOf(23, 77, 0), product), 0) << product;
     }
     EXPECT_EQ(check(triggerOf("=>", -1), channelOf(23, 77, 0)), 0);
+    EXPECT_EQ(check(triggerOf("=>", -1), channelOf(23, 77, 0), 0x01010173 + (1LL << 32)), 0);
 }
 
 TEST(Trigger, HoldsForAnyValueAndOperatorOfTheseProductsButOnlyOnItsOwnChannel)
