@@ -1259,25 +1259,5 @@ TEST_F(Pushes, CutAMessageThatNoCommandLineHolds)
 {
     startHome("{" + ONE_PHONE + "}");
     EXPECT_EQ(push(std::string(1'000'000, '"')), "done");
-    EXPECT_THAT(shown(), ElementsAre(std::string(16'383, '"')));
-}
-
-// Five minutes that nobody helps along.
-class PushesInRealTime : public Pushes {};
-
-TEST_F(PushesInRealTime, AHelperThatNeverEndsIsEndedAndTheNextOneRuns)
-{
-    startHome("{" + ONE_PHONE + "}");
-    helpers.hold();
-    push("first");
-    push("second");
-    ASSERT_TRUE(eventuallyRun(1));
-    const Moment begin = Clock::now();
-    ASSERT_TRUE(eventually([&] { return helpers.count() == 2; }, 330s));
-    EXPECT_GE(millisecondsBetween(begin, Clock::now()), 298'000);
-    EXPECT_TRUE(daemon.logged("6 runShell:"));
-    EXPECT_TRUE(daemon.logged("has not ended and is killed: ios_push \"A\" T "
-                              "ABCDEFGHIJKLMNOPQRST \"first\"\n"));
-    helpers.release();
-    EXPECT_THAT(shown(), ElementsAre("first", "second"));
+    EXPECT_THAT(shown(), ElementsAre(std::string(4'095, '"')));
 }

@@ -180,7 +180,7 @@ INSTANTIATE_TEST_SUITE_P(Names, RobustnessNames,
 TEST_F(Robustness, TakesALongPayload)
 {
     start();
-    const std::string text(100000, 'p');
+    const std::string text(16'000, 'p');
     eventWithPayload(REPORT, 6, 0, 1, R"({"user":")" + text + R"("})");
     ASSERT_TRUE(eventually([&] { return recent().size() == 1; }));
     EXPECT_EQ(recent().at(0)["payload"]["user"].text(), text);

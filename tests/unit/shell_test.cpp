@@ -206,6 +206,11 @@ static bool runs(pid_t pid)
     return state != std::string::npos && line.at(state + 2) != 'Z';
 }
 
+TEST(HelperTime, IsFiveMinutes)
+{
+    EXPECT_EQ(LONGEST_RUN.tv_sec, 300);
+}
+
 TEST_F(Helper, ThatNeverEndsIsEndedWithAllThatItStarted)
 {
     const std::string command =
