@@ -14,7 +14,7 @@ const tm *getCurTime()
     static thread_local tm local;
     const time_t now = time(nullptr);
     const MutexLock lock(settings_mutex);  // the zone is one for all threads
-    tzset();  // a zone that changes while the daemon runs is followed
+    tzset();                               // a zone that changes while the daemon runs is followed
     localtime_r(&now, &local);
     return &local;
 }
