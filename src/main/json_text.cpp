@@ -1,5 +1,6 @@
 #include "main/json_text.h"
 
+#include "main/json_memory.h"
 #include "main/log.h"
 
 #include <cstdio>
@@ -34,11 +35,22 @@ static int lineOfExcessDepth(const char *text)
 json_t *loadJson(const char *text, json_error_t *error)
 {
     const int line = lineOfExcessDepth(text);
-    if (line == 0)
-        return json_loads(text, 0, error);
+    if (line != 0) {
+        *error = {};
+        error->line = line;
+        snprintf(error->text, sizeof error->text, "maximum parsing depth reached");
+        return nullptr;
+    }
+    const JsonMemory memory;
+    json_t *value = json_loads(text, 0, error);
+    if (!memory.ranOut())
+        return value;
+    // The library goes on without the character that it had no memory for: a number may have lost a
+    // digit, and what it refuses may be as good as it was written.
+    json_decref(value);
     *error = {};
-    error->line = line;
-    snprintf(error->text, sizeof error->text, "maximum parsing depth reached");
+    snprintf(error->text, sizeof error->text, "out of memory");
+    error->text[sizeof error->text - 1] = json_error_out_of_memory;  // as json_error_code reads it
     return nullptr;
 }
 

@@ -289,6 +289,26 @@ TEST_F(ResumeFile, IsWrittenWholeOrStaysWhenMemoryRunsOut)
     EXPECT_GT(refused, 50);
 }
 
+TEST_F(ResumeFile, IsReadWholeOrNotWhenMemoryRunsOut)
+{
+    watchJsonMemory();
+    write("[" + EVENING + "," + MORNING + "]");
+    json_decref(parseResumeSchedule(&head));
+    const std::string whole = text();
+    int refused = 0;
+    json_t *root = nullptr;
+    for (int n = 1; !root && n < 1000; ++n) {
+        freeAll(&head);
+        failJsonAllocation(n);
+        root = parseResumeSchedule(&head);
+        failJsonAllocation(0);
+        EXPECT_EQ(text(), root ? whole : "[]") << "allocation " << n;
+        refused += !root;
+    }
+    json_decref(root);
+    EXPECT_GT(refused, 20);
+}
+
 TEST_F(ResumeFile, LeavesNothingBehindWhenMemoryForItsRecordsRunsOut)
 {
     static constexpr int ALLOCATIONS =
