@@ -40,10 +40,7 @@ static int setTargetName(const char *key, const char *value, TextIndex<TargetNam
     name = callocTargetName();
     if (!name)
         return 0;
-    if (!JsonStrCopy(name->key, key)) {  // a name that no lookup could find is not kept
-        freeTargetName(name);
-        return 0;
-    }
+    JsonStrCopy(name->key, key);  // one that is too long stays empty, like any element's title
     JsonStrCopy(name->value, value);
     listAddTail(&name->node, &targetNamesListHead);
     index.add(*name);

@@ -214,12 +214,14 @@ static void soundForItsTime(const HomeSceneData *data)
 }
 
 // Until the planned commands have gone out and the radio has had its time: the next alarm, which
-// keeps what the sirens show, would otherwise keep that they sound.
+// keeps what the sirens show, would otherwise keep that they sound. Not longer than sirens need: a
+// scene with a long wait in it may be planned as well, and no alarm starts meanwhile.
 static void waitForTheSirens()
 {
     static constexpr long MILLISECOND = 1'000'000;
     static constexpr uint32_t SECOND = 1000;
-    const uint32_t planned = millisecondsToLastCommand() + SECOND;
+    static constexpr uint32_t LONGEST = 10 * SECOND;
+    const uint32_t planned = std::min(millisecondsToLastCommand() + SECOND, LONGEST);
     doNanoSleep(planned / SECOND, planned % SECOND * MILLISECOND);
 }
 

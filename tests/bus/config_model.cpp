@@ -232,8 +232,8 @@ static int setTargetNames(const Value &object,
         if (auto *known = findName(targetNames, name)) {
             if (store(known->second, *value))
                 result = 1;
-        } else if (name.size() <= LONGEST_TEXT) {
-            targetNames.emplace_back(name, "");
+        } else {
+            targetNames.emplace_back(name.size() <= LONGEST_TEXT ? name : "", "");
             store(targetNames.back().second, *value);
             result = 1;
         }
