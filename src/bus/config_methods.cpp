@@ -4,6 +4,7 @@
 #include "bus/outbound.h"
 #include "config/document.h"
 #include "config/groups.h"
+#include "config/secrets.h"
 #include "events/event_documents.h"
 #include "main/config_file.h"
 #include "main/json_memory.h"
@@ -150,7 +151,8 @@ static HandlerResult applyJson(const char *caller, LogLevel level, DBusConnectio
     const char *text;
     if (!readText(message, &text))
         return NOT_HANDLED;
-    LOG_AS(caller, level, "word: %s\n", text);
+    const Owned<char> shown(withoutSecrets(text));
+    LOG_AS(caller, level, "word: %s\n", shown ? shown.get() : "");
     const bool changed = apply(text);
     if (changed)
         saveJsonToFlash();

@@ -2,12 +2,15 @@
 
 #include "bus/listener.h"
 #include "bus/outbound_io.h"
+#include "main/locks.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/threads.h"
 
+#include <atomic>
 #include <cstring>
 #include <pthread.h>
+#include <unistd.h>
 
 DBusConnection *openBus(const char *caller, const char *nullMessage)
 {
@@ -30,6 +33,21 @@ DBusConnection *dbus_conn_init()
     return openBus(__func__, "dbus_conn is NULL\n");
 }
 
+void endWithoutBus(const char *why)
+{
+    static std::atomic<bool> ending;
+    const bool isFirst = !ending.exchange(true);
+    if (isFirst)
+        LOG(ERROR, "%s\n", why);
+    const MutexLock noFileIsBeingWritten(app_config_mutex);
+    _exit(1);
+}
+
+static void endForLostBus()
+{
+    endWithoutBus("The bus connection is lost");
+}
+
 int app_dbus_init()
 {
     if (!dbus_threads_init_default()) {
@@ -49,7 +67,7 @@ int app_dbus_init()
         dbus_connection_unref(connection);
         return -1;
     }
-    return startOutbound(connection) ? 0 : -1;
+    return startOutbound(connection, endForLostBus) ? 0 : -1;
 }
 
 bool busCarries(const char *text, const char *caller)

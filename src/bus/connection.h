@@ -9,6 +9,11 @@
 // by main.
 int app_dbus_init();
 
+// Ends the process with status 1, no file half written, and says why in one line at level 6,
+// however many threads call it. Without the bus the daemon is of no use to anyone, and going on
+// would only spin; its supervisor starts it again.
+[[noreturn]] void endWithoutBus(const char *why);
+
 // A new private connection to the system bus, or null; what went wrong is logged in the name of
 // `caller`. The caller owns it; losing the bus does not end the process by itself.
 DBusConnection *openBus(const char *caller, const char *nullMessage);

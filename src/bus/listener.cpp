@@ -2,13 +2,11 @@
 
 #include "bus/connection.h"
 #include "bus/handlers.h"
-#include "main/locks.h"
 #include "main/log.h"
 #include "main/settings.h"
 
 #include <cstring>
 #include <pthread.h>
-#include <unistd.h>
 
 static constexpr const char *BUS_NAME = "com.ovrinbus.app";
 static constexpr const char *EVENT_MATCH = "type='signal',interface='com.OvrinTech.signal.event'";
@@ -155,9 +153,5 @@ void *dbus_listen(void *)
     }
     while (dbus_connection_read_write_dispatch(connection, -1)) {
     }
-    // Deliberate: without the bus the daemon is of no use to anyone, and going on would only spin.
-    // It ends, with its files whole, and its supervisor starts it again.
-    LOG(ERROR, "The bus connection is lost\n");
-    const MutexLock noFileIsBeingWritten(app_config_mutex);
-    _exit(1);
+    endWithoutBus("The bus connection is lost");
 }

@@ -22,6 +22,7 @@ static int wakeUpFd = -1;
 static int socketFd = -1;
 static pthread_t ioThread;
 static std::atomic<bool> stopRequested;
+static void (*busIsLost)();
 static Condition replyArrived;
 
 static void ringWakeUp(void *) noexcept
@@ -85,6 +86,8 @@ static void *driveConnection(void *argument)
     // The library forgets the calls that wait when the bus is lost: their callers see for
     // themselves.
     wakeAllCallers();
+    if (!stopRequested && busIsLost)
+        busIsLost();
     awaitStop();
     return nullptr;
 }
@@ -99,9 +102,10 @@ static void closeConnection(DBusConnection *connection)
     socketFd = -1;
 }
 
-bool startOutbound(DBusConnection *connection)
+bool startOutbound(DBusConnection *connection, void (*whenLost)())
 {
     stopRequested = false;
+    busIsLost = whenLost;
     wakeUpFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     dbus_connection_set_wakeup_main_function(connection, ringWakeUp, nullptr, nullptr);
     int librarySocket = -1;

@@ -17,8 +17,9 @@
 extern std::atomic<DBusConnection *> dbus_conn;
 
 // Takes the connection over and starts its I/O thread; false, with the connection closed, when it
-// could not be started.
-bool startOutbound(DBusConnection *connection);
+// could not be started. The thread calls `whenLost`, unless it is null, when the bus is lost and
+// everyone who waited for an answer has been told.
+bool startOutbound(DBusConnection *connection, void (*whenLost)());
 
 // Ends the I/O thread and closes the connection. No other thread may be using it.
 void stopOutbound();

@@ -1,6 +1,7 @@
 // The daemon's start, in its fixed order, and the main thread's sleep.
 
 #include "bus/connection.h"
+#include "bus/outbound_io.h"
 #include "config/snapshot.h"
 #include "events/event_intake.h"
 #include "main/config_file.h"
@@ -15,6 +16,7 @@
 #include <apr_general.h>
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 static constexpr useconds_t FIRST_ALARM_MICROSECONDS = 999999;
@@ -58,6 +60,7 @@ int main(int argc, char **argv)
     if (argc > 1)
         return answerArguments(argv[1]);
 
+    umask(S_IRWXG | S_IRWXO);  // what is written, copies by the shell included, holds passwords
     watchJsonMemory();
     blockTickSignals();
     mainPid = gettid();
@@ -74,6 +77,8 @@ int main(int argc, char **argv)
     equeue_thread_init();
     app_quit = 0;
     showMutexAddr();
+    if (!dbus_conn)
+        endWithoutBus("There is no bus to serve");
     runMainLoop();
     return app_quit;
 }

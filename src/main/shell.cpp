@@ -64,6 +64,12 @@ static bool awaitEnd(pid_t child, int &status, const timespec &limit)
     }
 }
 
+// The program that a command line starts; what follows may be a secret.
+static int programLength(const char *command)
+{
+    return static_cast<int>(strcspn(command, " "));
+}
+
 int runShell(const char *command, const timespec &limit)
 {
     const FreshSignals signals;
@@ -74,13 +80,13 @@ int runShell(const char *command, const timespec &limit)
     const int error =
         posix_spawn(&child, "/bin/sh", nullptr, &signals.attributes, arguments, environ);
     if (error != 0) {
-        LOG(ERROR, "%s: %s\n", command, strerror(error));
+        LOG(ERROR, "%.*s: %s\n", programLength(command), command, strerror(error));
         errno = error;
         return -1;
     }
     int status = -1;
     if (!awaitEnd(child, status, limit)) {
-        LOG(ERROR, "has not ended and is killed: %s\n", command);
+        LOG(ERROR, "%.*s has not ended and is killed\n", programLength(command), command);
         kill(-child, SIGKILL);
         waitpid(child, &status, 0);
     }

@@ -157,7 +157,7 @@ int bufWriteToFile(const char *path, const char *text, size_t size)
         return -1;
     }
     memcpy(buffer.get(), text, strnlen(text, size));
-    const int file = open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const int file = open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (file < 0) {
         const int error = errno;
         perror("fopen");

@@ -73,7 +73,7 @@ static void copyPart(const char *caller, char *destination, size_t size, const c
 {
     if (length >= size) {
         length = wholeCharacters(source, size - 1);
-        LOG_AS(caller, ERROR, "text is cut to %zu bytes: %s\n", length, source);
+        LOG_AS(caller, ERROR, "text is cut to %zu bytes\n", length);  // it may be a secret
     }
     memcpy(destination, source, length);
     destination[length] = '\0';

@@ -20,6 +20,30 @@
 // list's mutex: two callers never start two.
 static bool pushThreadRunning LOCKING(guarded_by(sysCmdList_mutex));
 
+// What the waiting commands take, so that a helper which hangs while events pour in does not use up
+// the memory of the box.
+static constexpr size_t MOST_WAITING_BYTES = 8 * 1024 * 1024;
+static size_t waitingBytes LOCKING(guarded_by(sysCmdList_mutex));
+static bool isFull LOCKING(guarded_by(sysCmdList_mutex));
+
+static size_t bytesOf(const SysCmd *command)
+{
+    static constexpr size_t ALLOCATOR_BYTES = 2 * 16;
+    return sizeof *command + ALLOCATOR_BYTES + (command->cmd ? strlen(command->cmd) + 1 : 0);
+}
+
+static bool hasRoomFor(const SysCmd *command) LOCKING(requires_capability(sysCmdList_mutex))
+{
+    if (waitingBytes + bytesOf(command) <= MOST_WAITING_BYTES) {
+        isFull = false;
+        return true;
+    }
+    if (!isFull)  // once, not for each that follows
+        LOG(ERROR, "%zu bytes of pushes wait, new ones are dropped\n", waitingBytes);
+    isFull = true;
+    return false;
+}
+
 static void queueCommand(const char *command)
 {
     SysCmd *record = command ? callocSysCmd() : nullptr;
@@ -27,6 +51,11 @@ static void queueCommand(const char *command)
         return;
     record->cmd = copyText(command);
     const MutexLock lock(sysCmdList_mutex);
+    if (!hasRoomFor(record)) {
+        freeSysCmd(record);
+        return;
+    }
+    waitingBytes += bytesOf(record);
     listAddTail(&record->node, &sysCmdListHead);
 }
 
@@ -48,9 +77,10 @@ static void *doPushThread(void *)
     while (SysCmd *command = nextCommand()) {
         if (command->cmd) {
             runShell(command->cmd);
-            LOG(INFO, "********* push message %s\n", command->cmd);
+            LOG(DEBUG, "********* push message %s\n", command->cmd);  // it holds the token
         }
         const MutexLock lock(sysCmdList_mutex);
+        waitingBytes -= bytesOf(command);
         freeSysCmd(command);
     }
     return nullptr;

@@ -692,6 +692,20 @@ TEST_F(ConfigFiles, TheMethodsOfTheFilesBelongToTheirInterfaces)
 
 // ---- Saving
 
+TEST_F(ConfigFiles, WhatIsCreatedIsForItsOwnerAlone)
+{
+    using std::filesystem::perms;
+    start();
+    gatewayReady();
+    EXPECT_EQ(set(R"({"scenes":[{"title":"A"}]})"), 1);
+    for (int generation = 1; generation <= 2; ++generation)
+        EXPECT_EQ(fileMethod("backupConfig"), generation);
+    EXPECT_EQ(files().size(), 3u);
+    for (const auto &entry : std::filesystem::directory_iterator(daemon.data.path()))
+        EXPECT_EQ(entry.status().permissions(), perms::owner_read | perms::owner_write)
+            << entry.path();
+}
+
 TEST_F(ConfigFiles, EveryChangeLeavesOneFile)
 {
     startReady();

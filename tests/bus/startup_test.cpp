@@ -214,18 +214,19 @@ TEST_F(Startup, DoesWithoutTheSdkDaemon)
     EXPECT_EQ(callForText("jsongettitles", "scenes"), R"(["Evening"])");
 }
 
-TEST_F(Startup, DoesWithoutABus)
+// Its supervisor starts it again until the bus is there.
+TEST_F(Startup, GoesToItsEndWithoutABusAndThenEnds)
 {
     daemon.writeSetup(ONE_SCENE);
     daemon.start("unix:path=" + daemon.data.file("no-bus-here").string());
-    ASSERT_TRUE(eventually([&] { return daemon.inMainLoop(); }, 30s));
+    daemon.expectEnd(1);
+    endsOrderly = false;
     EXPECT_TRUE(daemon.logged("Connection Error ("));
     EXPECT_TRUE(daemon.logged("dbus_conn_init failed."));
     EXPECT_TRUE(daemon.logged("dbus_conn is NULL."));
-    // The tick goes on without a bus, too.
-    for (int i = 0; i < 50; ++i)
-        daemon.signal(SIGALRM);
-    EXPECT_TRUE(daemon.running());
+    EXPECT_TRUE(daemon.logged("customer name NULL")) << "the last step";
+    EXPECT_EQ(daemon.timesLogged("6 endWithoutBus:"), 1u);
+    EXPECT_TRUE(daemon.logged("There is no bus to serve"));
 }
 
 TEST_F(Startup, DoesWithoutTheNetworkInterface)
@@ -296,6 +297,18 @@ TEST_F(Startup, RunsOnUnheardWhenItsNameIsTaken)
                   {uint16_t{9}, uint16_t{5}, uint16_t{0}, uint16_t{0}, ""});
     // Nothing is read from the listener's connection any more; the outbound one still works.
     EXPECT_TRUE(daemon.running());
+}
+
+TEST_F(Startup, EndsWithTheBusAlsoWhenNobodyListens)
+{
+    Peer older;
+    older.join(busThread, bus.address(), nullptr);
+    older.own(APP_NAME);
+    start();
+    bus.stop();
+    daemon.expectEnd(1);
+    endsOrderly = false;
+    EXPECT_EQ(daemon.timesLogged("The bus connection is lost"), 1u);
 }
 
 TEST_F(Startup, EndsWithSuccessWhenAsked)

@@ -131,7 +131,7 @@ void OutboundOnItsOwnBus::SetUp()
     dbus_threads_init_default();
     DBusConnection *connection = dbus_conn_init();
     ASSERT_NE(connection, nullptr);
-    ASSERT_TRUE(startOutbound(connection));
+    ASSERT_TRUE(startOutbound(connection, nullptr));
 }
 
 void OutboundOnItsOwnBus::TearDown()

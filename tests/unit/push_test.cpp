@@ -242,6 +242,35 @@ TEST_F(Push, MailsNothingWhenPartOfItIsMissing)
                 ElementsAre(ElementsAre("mail", "-u", "a@b", "-p", "secret", "-m", "")));
 }
 
+// What waits behind a helper that hangs.
+TEST_F(Push, WaitsInAtMostEightMegabytes)
+{
+    static constexpr size_t MOST = 8 * 1024 * 1024;
+    static constexpr size_t PUSHES = 2500;
+    registerPhones(R"([{"token":"T","platform":"ios"}])");
+    const std::string text(4000, 'x');
+    const support::NoThreads none;
+    for (size_t i = 0; i < PUSHES; ++i)
+        EXPECT_EQ(sendPushMsg(pool, text.c_str(), UUID), 1);
+    const std::vector<LogLine> lines = logLines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const LogLine &line) {
+                                return line.level == 6 &&
+                                       line.text.ends_with(
+                                           " bytes of pushes wait, new ones are dropped\n");
+                            }),
+              1)
+        << "once, not for each that is dropped";
+    const MutexLock lock(sysCmdList_mutex);
+    size_t waiting = 0;
+    while (SysCmd *command = FIRST_ELEMENT(SysCmd, node, &sysCmdListHead)) {
+        waiting += sizeof *command + strlen(command->cmd);
+        freeSysCmd(command);
+    }
+    EXPECT_LE(waiting, MOST);
+    EXPECT_GT(waiting, MOST * 95 / 100);
+}
+
 // Pushes from several threads at once, to ten phones each.
 class PushStorm : public Push {
 protected:

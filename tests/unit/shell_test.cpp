@@ -161,7 +161,8 @@ TEST_F(Helper, ThatCannotBeStartedIsLogged)
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, 6);
     EXPECT_EQ(lines[0].function, "runShell");
-    EXPECT_EQ(lines[0].text.substr(0, 10), "true xxxxx");
+    EXPECT_EQ(lines[0].text, std::string("true: ") + strerror(E2BIG) + "\n")
+        << "and not what may be a secret";
 }
 
 // As a thread of the daemon starts it: with everything blocked, and something ignored.
@@ -219,8 +220,8 @@ TEST_F(Helper, ThatNeverEndsIsEndedWithAllThatItStarted)
     const int status = runShell(command.c_str(), {0, 300'000'000});
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
-    EXPECT_THAT(logLines(), ElementsAre(LogLine{6, "runShell",
-                                                "has not ended and is killed: " + command + "\n"}));
+    EXPECT_THAT(logLines(),
+                ElementsAre(LogLine{6, "runShell", "sleep has not ended and is killed\n"}));
     const pid_t child = std::stoi(read("child"));
     EXPECT_TRUE(eventually([&] { return !runs(child); }));
 }

@@ -1,0 +1,61 @@
+// What a stranger who reads the log learns: no password and no token.
+
+#include "support/daemon_on_its_own_bus.h"
+#include "support/push_helpers.h"
+
+#include <sstream>
+
+using namespace support;
+
+static constexpr const char *PUSH_MESSAGES = "com.OvrinTech.message.pushMsg";
+
+// Each secret of the configuration holds this.
+static constexpr const char *SECRET = "s3cr3t";
+
+class SecretsInTheLog : public ConfigurableDaemon {
+protected:
+    // The lines at a level that the daemon shows unless it is asked for more; a text of several
+    // lines belongs to the level of its first.
+    std::string shownLog() const
+    {
+        std::istringstream log(daemon.log());
+        std::string shown;
+        bool isShown = true;
+        for (std::string line; std::getline(log, line);) {
+            if (line.size() > 1 && line[0] >= '2' && line[0] <= '6' && line[1] == ' ')
+                isShown = line[0] >= '4';
+            if (isShown)
+                shown += line + '\n';
+        }
+        return shown;
+    }
+    const std::string configuration =
+        R"({"cameras":[{"uid":"C","password":"s3cr3t1"}],)"
+        R"("rooms":[{"title":"R","camera_password":"s3cr3t2",)"
+        R"("extra_cameras":[{"name":"E","camera_password":"s3cr3t3"}]}],)"
+        R"("registeredDevices":[{"token":"s3cr3t4 \"x","platform":"ios","password":"s3cr3t5"},)"
+        R"({"token":"s3cr3t6)" +
+        std::string(2000, 'x') + R"(","platform":"android"}]})";
+    PushHelpers helpers;
+};
+
+TEST_F(SecretsInTheLog, AreNotShownAboveDebugLevel)
+{
+    platform.set("TUTK_UUID", "ABCDEFGHIJKLMNOPQRST");
+    startWith("{}", helpers.settings());
+    gatewayReady();
+    EXPECT_EQ(set(configuration), 1);
+    EXPECT_EQ(callForText("message", "The door is open", PUSH_MESSAGES), "done");
+    ASSERT_TRUE(eventually([&] { return helpers.count() == 2; }));
+    helpers.remove("ios_push");
+    EXPECT_EQ(callForText("message", "The door is shut", PUSH_MESSAGES), "done");
+    ASSERT_TRUE(eventually([&] { return helpers.count() == 3; }));
+    EXPECT_NE(callForText("jsongetall", ""), "");
+    EXPECT_EQ(callForNumber("jsondel", configuration), 1);
+
+    EXPECT_NE(daemon.log().find(SECRET), std::string::npos) << "in what is for developers";
+    const std::string shown = shownLog();
+    EXPECT_NE(shown.find(R"("uid":"C","password":"*******"}],)"), std::string::npos);
+    const size_t found = shown.find(SECRET);
+    EXPECT_EQ(found, std::string::npos) << shown.substr(shown.rfind('\n', found) + 1, 300);
+}
