@@ -2,6 +2,7 @@
 // every file whole, as it was before or after the operation that was under way, and never as it was
 // before one that was answered.
 
+#include "support/scale.h"
 #include "support/temp_dir.h"
 #include "worker_process.h"
 
@@ -19,9 +20,10 @@ using namespace crash;
 using namespace support;
 using testing::AnyOfArray;
 
-// Of all parts together. APP_CRASH_KILLS asks for more; APP_CRASH_SEED repeats the operations of a
-// run, which prints it, though not the moments of its kills.
-static constexpr int KILLS = 1000;
+// Of all parts together. APP_TEST_KILLS asks for a number; APP_TEST_SEED repeats the operations of
+// a run, which prints it, though not the moments of its kills.
+static constexpr int KILLS = 1'000;
+static constexpr int KILLS_IN_FULL = 20'000;
 static constexpr int PARTS = 10;
 
 static constexpr size_t OPERATIONS = 12;                // of one life
@@ -47,7 +49,7 @@ class Kill : public testing::TestWithParam<Part> {
 protected:
     Kill()
         : seed(static_cast<unsigned>(numberFromEnvironment(
-              "APP_CRASH_SEED", static_cast<int>(std::random_device()() >> 1)))),
+              "APP_TEST_SEED", static_cast<int>(std::random_device()() >> 1)))),
           random(seed)
     {
         adoptOrphans();
@@ -135,8 +137,8 @@ protected:
 
 TEST_P(Kill, LeavesTheWholeOldOrTheWholeNewConfiguration)
 {
-    std::cout << "APP_CRASH_SEED=" << seed << std::endl;
-    const int kills = numberFromEnvironment("APP_CRASH_KILLS", KILLS) / PARTS;
+    std::cout << "APP_TEST_SEED=" << seed << std::endl;
+    const int kills = numberFromEnvironment("APP_TEST_KILLS", inFull(KILLS_IN_FULL, KILLS)) / PARTS;
     for (int i = 0; i < kills && !HasFailure(); ++i)
         checkOnce();
     std::cout << kills << " kills, " << killedWhileSaving << " during a save, "

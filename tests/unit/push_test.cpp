@@ -9,6 +9,7 @@
 #include "main/scope.h"
 #include "support/no_threads.h"
 #include "support/push_helpers.h"
+#include "support/scale.h"
 
 #include <apr_general.h>
 #include <cstdlib>
@@ -293,11 +294,9 @@ protected:
     {
         return phone % 2 == 0 ? "ios" : "android";
     }
-    // APP_TEST_PUSHES asks for more: 1000 take a minute or two.
     static size_t pushesOfAThread()
     {
-        const char *asked = getenv("APP_TEST_PUSHES");
-        return static_cast<size_t>(asked ? atoi(asked) : 40) / THREADS;
+        return support::inFull<size_t>(1000, 40) / THREADS;
     }
     static std::string textOf(size_t thread, size_t push)
     {
