@@ -22,22 +22,41 @@
 static constexpr useconds_t FIRST_ALARM_MICROSECONDS = 999999;
 static constexpr const char *LAN_INTERFACE = "eth2.2";
 
-static constexpr const char *USAGE =
-    "Usage: app\n"
-    "The automation daemon of a home gateway. Without arguments it runs in the foreground until "
+static constexpr const char *USAGE = "Usage: app [--help | --version]\n";
+static constexpr const char *HELP =
+    "\n"
+    "The automation daemon of a home gateway: scenes, macros, schedules, alarm and notifications.\n"
+    "Without arguments it runs in the foreground, as com.ovrinbus.app on the system bus, until\n"
     "SIGTERM.\n"
+    "\n"
+    "  --help     this text\n"
+    "  --version  the version\n"
     "\n"
     "Environment:\n"
     "  APP_DATA_DIR             folder of the stored documents (default /mnt/OvrinData)\n"
     "  DBUS_SYSTEM_BUS_ADDRESS  bus to use in place of the system bus\n"
     "  OVRIN_LOG_LEVEL          least level that is logged, 2 (trace) to 6 (error), default 4\n"
     "\n"
-    "Signals: SIGTERM and SIGINT end the daemon.\n";
+    "Files, in that folder:\n"
+    "  appSetup.json            the configuration: four bytes of length, then JSON\n"
+    "  scheduleResumeScene.json what the schedules in force will put back\n"
+    "  *_bak, *_bak2            their two backups\n"
+    "\n"
+    "Signals:\n"
+    "  SIGTERM, SIGINT          end the daemon, no file half written\n"
+    "  SIGUSR1                  look at the schedules, to be sent once a minute\n"
+    "  SIGALRM                  the daemon's own tick\n"
+    "\n"
+    "Exit status: 0 ended by a signal, 1 the bus is lost or something failed, 2 wrong usage.\n";
 
 static int answerArguments(const char *argument)
 {
     if (strcmp(argument, "--help") == 0) {
-        fputs(USAGE, stdout);
+        printf("%s%s", USAGE, HELP);
+        return 0;
+    }
+    if (strcmp(argument, "--version") == 0) {
+        puts("app " APP_VERSION);
         return 0;
     }
     fprintf(stderr, "app: unknown argument '%s'\n%s", argument, USAGE);
@@ -58,7 +77,7 @@ static void startUp()
 int main(int argc, char **argv)
 {
     if (argc > 1)
-        return answerArguments(argv[1]);
+        return answerArguments(argc == 2 ? argv[1] : argv[2]);
 
     umask(S_IRWXG | S_IRWXO);  // what is written, copies by the shell included, holds passwords
     watchJsonMemory();

@@ -15,6 +15,11 @@ static constexpr const char *COMPLAINTS[] = {
     "runtime error:",          "ERROR: ThreadSanitizer", "lock order:",
 };
 
+const char *daemonProgram()
+{
+    return APP_BINARY;
+}
+
 void DaemonProcess::writeSetup(std::string_view json)
 {
     data.write(SETUP, storedLayout(json));
@@ -41,7 +46,7 @@ void DaemonProcess::start(const std::string &busAddress, const std::vector<std::
         "LC_ALL=C",
     };
     all.insert(all.begin(), settings.begin(), settings.end());  // the first of a name counts
-    process.start({APP_BINARY}, all);
+    process.start({daemonProgram()}, all);
 }
 
 // A line of /proc/PID/status that holds a set of signals, as a bit mask.

@@ -11,6 +11,8 @@
 
 namespace support {
 
+const char *daemonProgram();  // its path
+
 class DaemonProcess {
 public:
     // Its data folder lives as long as this object: a second start finds what the first has saved.
