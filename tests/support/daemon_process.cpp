@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 
 namespace support {
@@ -17,7 +18,8 @@ static constexpr const char *COMPLAINTS[] = {
 
 const char *daemonProgram()
 {
-    return APP_BINARY;
+    const char *other = getenv("APP_TEST_DAEMON");
+    return other ? other : APP_BINARY;
 }
 
 void DaemonProcess::writeSetup(std::string_view json)

@@ -11,7 +11,8 @@
 
 namespace support {
 
-const char *daemonProgram();  // its path
+// Its path; APP_TEST_DAEMON names another, for example one that emulates the device.
+const char *daemonProgram();
 
 class DaemonProcess {
 public:
