@@ -89,7 +89,7 @@ int32_t checkTrigger(const Trigger *trigger, const GetDev_channel *channel,
 
 int findDevFromTriggers(ListNode *triggers, Integer gid)
 {
-    if (listEmpty(triggers))
+    if (!triggers || listEmpty(triggers))
         LOG(INFO, "triggersListHead is empty\n");
     for (const Trigger &trigger : ELEMENTS(Trigger, node, triggers)) {
         if (trigger.target.dev == gid)
@@ -100,7 +100,7 @@ int findDevFromTriggers(ListNode *triggers, Integer gid)
 
 Integer findMaxPriorityFromMacros(ListNode *macros)
 {
-    if (listEmpty(macros))
+    if (!macros || listEmpty(macros))
         return -1;
     Integer greatest = 0;
     for (const Macro &macro : ELEMENTS(Macro, node, macros)) {

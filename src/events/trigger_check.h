@@ -14,7 +14,8 @@
 int32_t checkTrigger(const Trigger *trigger, const GetDev_channel *channel,
                      const LoggedEvent *event);
 
-// 1 when some trigger of the list is on that device, else 0.
+// 1 when some trigger of the list is on that device, else 0. A null list is an empty one, here and
+// below.
 int findDevFromTriggers(ListNode *triggers, Integer gid);
 
 // The greatest priority of the list's macros, at least 0; -1 for an empty list.

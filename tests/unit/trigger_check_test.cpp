@@ -3,6 +3,7 @@
 #include "config/device_value.h"
 #include "daemon_in_process.h"
 
+#include <algorithm>
 #include <cstring>
 
 static constexpr Integer ORDINARY_PRODUCT = 0x01010101;
@@ -60,8 +61,17 @@ TEST(DeviceValue, OfAMeteringSwitchIsItsBasicValue)
 
 TEST(DeviceValue, IsCutTo32Bits)
 {
-    const GetDev_channel channel = channelOf(23, 4294967297, 0);
-    EXPECT_EQ(getDevValByFuncType(&channel), 1);
+    const std::pair<Integer, int32_t> cases[] = {{4294967297, 1},
+                                                 {4294967295, -1},
+                                                 {2147483647, 2147483647},
+                                                 {2147483648, INT32_MIN},
+                                                 {-2147483649, 2147483647}};
+    for (const auto &[value, cut] : cases) {
+        const GetDev_channel lamp = channelOf(23, value, 7);
+        EXPECT_EQ(getDevValByFuncType(&lamp), cut) << value;
+        const GetDev_channel thermometer = channelOf(11, 7, value);
+        EXPECT_EQ(getDevValByFuncType(&thermometer), cut) << value;
+    }
 }
 
 TEST(DeviceValue, OfNothingIsMinusOne)
@@ -149,6 +159,16 @@ TEST(Trigger, ComparesTheLow32BitsOfItsThreshold)
 {
     EXPECT_EQ(check(triggerOf("=", 4294967297), channelOf(23, 1, 0)), 1);
     EXPECT_EQ(check(triggerOf("<", 4294967295), channelOf(23, -2, 0)), 1);
+}
+
+TEST(Trigger, ComparesTheLow32BitsOfTheValue)
+{
+    GetDev_channel plug = channelOf(22, 7, 4294967297);
+    plug.ctrltype = 23;
+    EXPECT_EQ(check(triggerOf("=", 1), plug), 1);
+    EXPECT_EQ(check(triggerOf("=", 1), channelOf(11, 7, 4294967297)), 1);
+    EXPECT_EQ(check(triggerOf("=", 1), channelOf(11, 4294967297, 7), 0x01010167), 1);
+    EXPECT_EQ(check(triggerOf("<", 0), channelOf(11, 7, 2147483648)), 1);
 }
 
 TEST(Trigger, ConvertsTenthsOfADegreeToItsOwnUnit)
@@ -239,6 +259,19 @@ TEST(Trigger, ConcernsOnlyItsOwnDeviceAndChannel)
     EXPECT_EQ(check(trigger, channelOf(23, 1, 0)), 0);
 }
 
+TEST(Trigger, ConcernsNoDeviceOrChannelThatIsTheSameInItsLowBitsOnly)
+{
+    Trigger trigger = triggerOf("=", 1);
+    for (const Integer ch : {257LL, 65537LL, 1 + (1LL << 32)}) {
+        trigger.target = {.dev = 5, .if_ = 9, .ch = ch};
+        EXPECT_EQ(check(trigger, channelOf(23, 1, 0)), 0) << ch;
+    }
+    for (const Integer dev : {261LL, 65541LL, 5 + (1LL << 32)}) {
+        trigger.target = {.dev = dev, .if_ = 9, .ch = 1};
+        EXPECT_EQ(check(trigger, channelOf(23, 1, 0)), 0) << dev;
+    }
+}
+
 TEST(Trigger, HoldsOnEveryReportOfTheseProducts)
 {
     for (const Integer product : {0x01010922, 0x01020201, 0x01010939, 0x01010167, 0x01010173}) {
@@ -291,6 +324,20 @@ TEST(Trigger, ReadsTheBasicValueOfTheseProducts)
     EXPECT_EQ(check(triggerOf("=", 2), channelOf(11, 1, 2)), 1);
 }
 
+TEST(Trigger, ReadsTheBasicValueOfTheMetersOfTheseProductsUnlessTheySwitch)
+{
+    for (const Integer product : {0x01010167, 0x01010173}) {
+        GetDev_channel meter = channelOf(22, 1, 2);
+        for (const Integer ctrltype : {0LL, 22LL, 24LL, 23 + (1LL << 32)}) {
+            meter.ctrltype = ctrltype;
+            EXPECT_EQ(check(triggerOf("=", 1), meter, product), 1) << ctrltype;
+            EXPECT_EQ(check(triggerOf("=", 2), meter), 1) << ctrltype;
+        }
+        meter.ctrltype = 23;
+        EXPECT_EQ(check(triggerOf("=", 2), meter, product), 1);
+    }
+}
+
 TEST(Trigger, WithoutAnArgumentIsAnError)
 {
     const Trigger trigger = triggerOf("=", 1);
@@ -302,56 +349,164 @@ TEST(Trigger, WithoutAnArgumentIsAnError)
     EXPECT_EQ(logLines(), std::vector<LogLine>(3, {6, "checkTrigger", "parameter error.\n"}));
 }
 
-static Macro *addMacro(ListNode *head, Integer priority, Integer dev)
+static Trigger *addTrigger(Macro *macro, Integer dev)
 {
-    Macro *macro = callocMacro();
-    macro->priority = priority;
     Trigger *trigger = callocTrigger();
     trigger->target.dev = dev;
     listAddTail(&trigger->node, &macro->triggers);
-    listAddTail(&macro->node, head);
-    return macro;
+    return trigger;
 }
 
-TEST(Priorities, HaveAMaximumOfAtLeastZero)
-{
+// A list of macros that a test fills.
+class Priorities : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        listInit(&macros);
+    }
+    void TearDown() override
+    {
+        freeMacros(&macros);
+    }
+    Macro *addMacro(const char *title, Integer priority, const std::vector<Integer> &devices = {})
+    {
+        Macro *macro = callocMacro();
+        strcpy(macro->title, title);
+        macro->priority = priority;
+        for (const Integer dev : devices)
+            addTrigger(macro, dev);
+        listAddTail(&macro->node, &macros);
+        return macro;
+    }
+    // Those that are left of the list, in its order.
+    std::vector<const Macro *> keepGreatestOf(Integer gid)
+    {
+        EXPECT_EQ(keepMaxPriority(&macros, gid), &macros);
+        std::vector<const Macro *> left;
+        for (const Macro &macro : ELEMENTS(Macro, node, &macros))
+            left.push_back(&macro);
+        return left;
+    }
+
     ListNode macros;
-    listInit(&macros);
+};
+
+TEST_F(Priorities, HaveNoMaximumWithoutAMacro)
+{
     EXPECT_EQ(findMaxPriorityFromMacros(&macros), -1);
-    addMacro(&macros, 0, 1);
-    EXPECT_EQ(findMaxPriorityFromMacros(&macros), 0);
-    addMacro(&macros, -5, 1);
-    EXPECT_EQ(findMaxPriorityFromMacros(&macros), 0);
-    addMacro(&macros, 7, 1);
-    addMacro(&macros, 3, 1);
-    EXPECT_EQ(findMaxPriorityFromMacros(&macros), 7);
-    freeMacros(&macros);
+    EXPECT_EQ(findMaxPriorityFromMacros(nullptr), -1);
 }
 
-TEST(Priorities, KeepTheGreatestOfADevice)
+TEST_F(Priorities, HaveAMaximumOfAtLeastZero)
 {
-    ListNode macros;
-    listInit(&macros);
+    addMacro("A", -5);
+    addMacro("B", INT64_MIN);
+    EXPECT_EQ(findMaxPriorityFromMacros(&macros), 0);
+    addMacro("C", 0);
+    EXPECT_EQ(findMaxPriorityFromMacros(&macros), 0);
+}
+
+TEST_F(Priorities, HaveTheSameMaximumInAnyOrder)
+{
+    std::vector<Integer> priorities = {-4, 0, 3, 7, 4'294'967'296};
+    do {
+        for (const Integer priority : priorities)
+            addMacro("M", priority);
+        EXPECT_EQ(findMaxPriorityFromMacros(&macros), 4'294'967'296)
+            << testing::PrintToString(priorities);
+        freeMacros(&macros);
+    } while (std::next_permutation(priorities.begin(), priorities.end()));
+}
+
+TEST_F(Priorities, OfNoMacroKeepNothing)
+{
     EXPECT_EQ(keepMaxPriority(nullptr, 1), nullptr);
     EXPECT_EQ(keepMaxPriority(&macros, 1), nullptr);
-    EXPECT_EQ(logged("maxPriority < 0\n"), 1u);
-    addMacro(&macros, 1, 1);
-    addMacro(&macros, 1, 2);
-    addMacro(&macros, 5, 1);
-    EXPECT_EQ(keepMaxPriority(&macros, 1), &macros);
-    EXPECT_EQ(getListObjNum(&macros), 2);
-    freeMacros(&macros);
+    EXPECT_EQ(logLines(), (std::vector<LogLine>{{6, "keepMaxPriority", "maxPriority < 0\n"}}));
 }
 
-TEST(Triggers, AreSearchedForADevice)
+TEST_F(Priorities, KeepTheGreatestOfADeviceAndWhatIsOnOthersInTheirOrder)
 {
-    ListNode macros;
-    listInit(&macros);
-    Macro *macro = addMacro(&macros, 1, 4);
-    EXPECT_EQ(findDevFromTriggers(&macro->triggers, 4), 1);
-    EXPECT_EQ(findDevFromTriggers(&macro->triggers, 5), 0);
-    freeTriggers(&macro->triggers);
-    EXPECT_EQ(findDevFromTriggers(&macro->triggers, 4), 0);
-    EXPECT_EQ(logged("triggersListHead is empty\n"), 1u);
-    freeMacros(&macros);
+    addMacro("Lower", 1, {1});
+    const Macro *elsewhere = addMacro("Elsewhere", 1, {2});
+    const Macro *greatest = addMacro("Greatest", 5, {1});
+    addMacro("Lower too", 4, {1});
+    const Macro *asGreat = addMacro("As great", 5, {1});
+    const Macro *last = addMacro("Last", -1, {3});
+    EXPECT_THAT(keepGreatestOf(1), testing::ElementsAre(elsewhere, greatest, asGreat, last));
+}
+
+TEST_F(Priorities, AreComparedWithTheGreatestOfTheWholeList)
+{
+    addMacro("The device's greatest", 4, {1});
+    const Macro *elsewhere = addMacro("Elsewhere", 5, {2});
+    EXPECT_THAT(keepGreatestOf(1), testing::ElementsAre(elsewhere));
+}
+
+TEST_F(Priorities, AreLookedAtWhicheverTriggerIsOnTheDevice)
+{
+    addMacro("Second", 1, {2, 1});
+    const Macro *elsewhere = addMacro("Elsewhere", 1, {2, 3});
+    const Macro *greatest = addMacro("Greatest", 2, {2, 1});
+    EXPECT_THAT(keepGreatestOf(1), testing::ElementsAre(elsewhere, greatest));
+}
+
+TEST_F(Priorities, KeepALowerMacroWithoutTriggers)
+{
+    const Macro *plain = addMacro("Plain", 1);
+    const Macro *greatest = addMacro("Greatest", 2, {1});
+    EXPECT_THAT(keepGreatestOf(1), testing::ElementsAre(plain, greatest));
+    EXPECT_EQ(logLines(),
+              (std::vector<LogLine>{{4, "findDevFromTriggers", "triggersListHead is empty\n"}}));
+}
+
+TEST_F(Priorities, BelowZeroAreAllBelowTheMaximum)
+{
+    addMacro("A", -1, {1});
+    const Macro *elsewhere = addMacro("Elsewhere", -2, {2});
+    addMacro("B", -3, {1});
+    EXPECT_THAT(keepGreatestOf(1), testing::ElementsAre(elsewhere));
+}
+
+TEST_F(Priorities, FreeAMacroWithItsScene)
+{
+    const Value text(R"({"title":"Evening","comps":[{"target":{"dev":5},"value":1}],
+        "buildinSiren":{"siren_type":4}})");
+    addMacro("Lower", 1, {1})->scene = setNewScene(text);
+    const Macro *greatest = addMacro("Greatest", 2, {1});
+    EXPECT_THAT(keepGreatestOf(1), testing::ElementsAre(greatest));
+}
+
+class Triggers : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        macro = callocMacro();
+    }
+    void TearDown() override
+    {
+        freeMacro(&macro->node);
+    }
+
+    Macro *macro = nullptr;
+};
+
+TEST_F(Triggers, AreSearchedForADevice)
+{
+    for (const Integer dev : {4, 6, 8})
+        addTrigger(macro, dev);
+    for (const Integer dev : {4, 6, 8})
+        EXPECT_EQ(findDevFromTriggers(&macro->triggers, dev), 1) << dev;
+    for (const Integer dev : {0LL, 5LL, 260LL, 65540LL, 4 + (1LL << 32), 6 - (1LL << 32)})
+        EXPECT_EQ(findDevFromTriggers(&macro->triggers, dev), 0) << dev;
+    EXPECT_THAT(logLines(), testing::IsEmpty());
+}
+
+TEST_F(Triggers, ThatAreNotThereAreOnNoDevice)
+{
+    const LogLine line = {4, "findDevFromTriggers", "triggersListHead is empty\n"};
+    EXPECT_EQ(findDevFromTriggers(&macro->triggers, 0), 0);
+    EXPECT_EQ(logLines(), std::vector{line});
+    EXPECT_EQ(findDevFromTriggers(nullptr, 0), 0);
+    EXPECT_EQ(logLines(), std::vector(2, line));
 }
