@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -71,17 +70,6 @@ protected:
         prober.leave();
         DaemonOnItsOwnBus::TearDown();
     }
-    size_t threads() const
-    {
-        size_t count = 0;
-        std::error_code gone;
-        const std::string tasks = "/proc/" + std::to_string(daemon.pid()) + "/task";
-        for (const auto &task : std::filesystem::directory_iterator(tasks, gone)) {
-            (void)task;
-            ++count;
-        }
-        return count;
-    }
     int64_t residentKilobytes() const
     {
         std::ifstream status("/proc/" + std::to_string(daemon.pid()) + "/status");
@@ -102,7 +90,7 @@ protected:
         for (size_t sent = 0; sent < events; ++sent) {
             ASSERT_TRUE(eventually([&] { return announcements() + QUEUED > sent; }, LONG));
             event(REPORT, 5, 0);
-            mostThreads = std::max(mostThreads, threads());
+            mostThreads = std::max(mostThreads, daemon.threads());
         }
         ASSERT_TRUE(eventually([&] { return announcements() == events; }, LONG));
     }
@@ -128,10 +116,11 @@ protected:
     // From the first event until the last thread has ended.
     void storm(const char *property)
     {
-        const size_t before = threads();
+        const size_t before = daemon.threads();
         const int64_t worst = worstAnswerDuring([&] {
             pour(EVENTS);
-            EXPECT_TRUE(eventually([&] { return threads() == before; }, LONG)) << threads();
+            EXPECT_TRUE(eventually([&] { return daemon.threads() == before; }, LONG))
+                << daemon.threads();
         });
         eventHandled(REPORT, 6, 0);  // announced after all that the threads had to announce
         RecordProperty(std::string(property) + "_worst_answer_ms", static_cast<int>(worst));

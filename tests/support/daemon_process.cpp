@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 namespace support {
@@ -67,6 +68,18 @@ bool DaemonProcess::inMainLoop() const
     const auto bit = [](int number) { return uint64_t{1} << (number - 1); };
     return (signalSet(pid(), "SigCgt") & bit(SIGTERM)) != 0 &&
            (signalSet(pid(), "SigBlk") & bit(SIGUSR1)) == 0;
+}
+
+size_t DaemonProcess::threads() const
+{
+    size_t count = 0;
+    std::error_code gone;
+    const std::string tasks = "/proc/" + std::to_string(pid()) + "/task";
+    for (const auto &task : std::filesystem::directory_iterator(tasks, gone)) {
+        (void)task;
+        ++count;
+    }
+    return count;
 }
 
 void DaemonProcess::checkComplaints() const

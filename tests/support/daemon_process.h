@@ -40,6 +40,7 @@ public:
     {
         return process.pid();
     }
+    size_t threads() const;  // how many it has now; 0 when it has ended
     void signal(int number) const
     {
         process.signal(number);
