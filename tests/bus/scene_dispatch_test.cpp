@@ -337,6 +337,22 @@ TEST_F(SceneDispatch, AnnouncesARunOnlyInTheMode)
     EXPECT_THAT(sdk.commandTexts(), ElementsAre(sysSound(4), switchCommand(20, 0, 1)));
 }
 
+TEST_F(SceneDispatch, AnnouncesTheRunOfAMacrosSceneWithoutItsID)
+{
+    sdk.set(device(5, 0, DOOR, 255));
+    startWith(R"({"macros":[{"title":"M","enabled":1,"scene":)" +
+              scene("S", {comp(20, 0, 1), comp(21, 0, 2)}, R"("ID":7,)") + R"(,
+        "triggers":[{"target":{"dev":5,"if":0,"ch":0},"op":"=","threshold":255}]}]})");
+    gatewayReady();
+    callForText("doscenemode", "1");
+    sdk.forgetHeard();
+    eventHandled(5001, 5, 0);
+    ASSERT_TRUE(eventuallySent(3));
+    EXPECT_THAT(sdk.commandTexts(),
+                ElementsAre(R"({"control":{"chid":99,"cmd":"set_s_sta_num","uid":511,"val":1}})",
+                            switchCommand(20, 0, 1), switchCommand(21, 0, 2)));
+}
+
 TEST_F(SceneDispatch, NeverWritesTheModeToTheNvram)
 {
     startWithScenes({});

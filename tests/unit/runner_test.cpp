@@ -8,6 +8,8 @@
 #include "main/settings.h"
 #include "scene/reply_check.h"
 
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <thread>
 
@@ -28,6 +30,13 @@ static std::string compsText(const std::vector<std::pair<Integer, Integer>> &com
                 std::to_string(value) + "}";
     }
     return R"({"comps":[)" + text + "]}";
+}
+
+// A planner that ran out of memory has left the mutex held.
+LOCKING(no_thread_safety_analysis)
+static void letGoOfTheScenes()
+{
+    unlockMutex(Macro_op_mutex);
 }
 
 struct Planned {
@@ -104,6 +113,14 @@ TEST_F(Planning, WaitsWithAWaitStepThatAddsNoGap)
                             Planned{6, NOW + 3400, 3, 2}));
 }
 
+TEST_F(Planning, GoesBackInTimeWithANegativeWait)
+{
+    EXPECT_THAT(plan({{5, 1}, {512, -3}, {6, 2}}),
+                ElementsAre(Planned{5, NOW + 200, 1, 1}, Planned{512, NOW - 100, 2, -3},
+                            Planned{6, NOW + 100, 3, 2}));
+    EXPECT_EQ(last_time, NOW + 200);  // the latest of them, not the last
+}
+
 TEST_F(Planning, SurvivesAnyNumberAsAWait)
 {
     EXPECT_EQ(plan({{512, 9223372036854775807LL}}).size(), 1u);
@@ -112,6 +129,25 @@ TEST_F(Planning, SurvivesAnyNumberAsAWait)
     resetRunner();
     EXPECT_THAT(plan({{5, 4294967297}}),
                 ElementsAre(Planned{5, NOW + 200, 1, 1}));  // the low 32 bits
+}
+
+TEST_F(Planning, OfAGapStepAloneSetsTheGapAndTheLastTime)
+{
+    EXPECT_THAT(plan({{505, 5}}), ElementsAre());
+    EXPECT_EQ(scene_time_index, 500);
+    EXPECT_EQ(last_time, NOW);
+    EXPECT_EQ(json_last_time(), NOW);
+    EXPECT_EQ(sceneCompCount, 1);
+}
+
+TEST_F(Planning, OfAnEmptySceneSetsTheLastTimeButReportsNone)
+{
+    plan({{5, 1}}, 1'000);
+    EXPECT_EQ(plan({}).size(), 1u);
+    EXPECT_EQ(last_time, NOW);
+    EXPECT_EQ(json_last_time(), 1'200);
+    EXPECT_EQ(sceneCompCount, 0);
+    EXPECT_EQ(scene_time_index, 200);
 }
 
 TEST_F(Planning, StartsEachSceneFromItsOwnMoment)
@@ -152,7 +188,7 @@ TEST_F(Planning, GivesASceneUpWithoutMemoryAndKeepsItsMutex)
     EXPECT_EQ(logged("1.5.callocTARGET_Comp fail \n"), 1u);
     EXPECT_THAT(timeTable(), ElementsAre(Planned{5, NOW + 200, 1, 1}));
     EXPECT_EQ(pthread_mutex_trylock(&Macro_op_mutex), EBUSY);
-    unlockMutex(Macro_op_mutex);
+    letGoOfTheScenes();
     freeScene(scene);
 }
 
@@ -164,11 +200,23 @@ TEST_F(Planning, OfNoSceneIsLogged)
                                                 {6, "doScene", "scene is NULL\n"}}));
 }
 
-TEST(MillisecondStamp, WrapsEveryMillionSeconds)
+static constexpr uint32_t WRAP = 1'000'000'000;
+
+static int64_t wallClockMilliseconds()
 {
-    const time_t before = time(nullptr);
+    const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count();
+}
+
+TEST(MillisecondStamp, IsTheWallClocksAndWrapsEveryMillionSeconds)
+{
+    const int64_t before = wallClockMilliseconds();
     const uint32_t stamp = millisecondStamp();
-    EXPECT_NEAR(static_cast<double>(stamp / 1000), static_cast<double>(before % 1'000'000), 2.0);
+    const int64_t after = wallClockMilliseconds();
+    EXPECT_LT(stamp, WRAP);
+    // Counted round the wrap, which may come between any two of the three.
+    const int64_t sinceBefore = (stamp - before % WRAP + WRAP) % WRAP;
+    EXPECT_LE(sinceBefore, after - before);
 }
 
 // The dispatch, one tick at a time.
@@ -204,7 +252,7 @@ protected:
         doScene_next(pool, scene, now);
         freeScene(scene);
     }
-    // One tick of 95 ms; how many commands it sent.
+    // One tick of 95 ms; how many entries it took out of the time-table.
     size_t tick()
     {
         now += 95;
@@ -212,11 +260,36 @@ protected:
         dispatchStep(now);
         return before - timeTable().size();
     }
+    // The ticks up to the next check, all of them at that moment; what tick() tells of them.
+    size_t check(uint32_t moment)
+    {
+        now = moment;
+        const size_t before = timeTable().size();
+        for (int ticks = scene_time_index / 100; ticks > 0; --ticks)
+            dispatchStep(now);
+        return before - timeTable().size();
+    }
+    // Checks that found something pending.
+    static size_t checksMade()
+    {
+        const std::vector<std::string> texts = logTexts();
+        return static_cast<size_t>(
+            std::count_if(texts.begin(), texts.end(), [](const std::string &text) {
+                return text.rfind("4.0.do_scene_schedule last_time=", 0) == 0;
+            }));
+    }
     void drain()
     {
         while (!timeTable().empty())
             tick();
         hearEverything();
+    }
+    // The time-table has drained; the time that a run goes on for after that passes.
+    void endRun()
+    {
+        const uint32_t end = last_time + static_cast<uint32_t>(scene_time_index) + 1'000;
+        while (now < end + 200)
+            tick();
     }
     std::vector<std::string> sent(const std::string &text)
     {
@@ -264,6 +337,156 @@ TEST_F(Dispatch, ChecksEveryFifthTickWithAGapOf500)
     ASSERT_EQ(ticks.size(), 2u);
     EXPECT_EQ(ticks[0] % 5, 0);
     EXPECT_EQ(ticks[1] % 5, 0);
+}
+
+TEST_F(Dispatch, ChecksEveryNinetyNinthTickWithTheGreatestGap)
+{
+    know();
+    runScene(compsText({{505, 99}, {5, 1}, {6, 2}}));
+    EXPECT_EQ(last_time, 400'000 + 2 * 9'900);
+    std::vector<int> ticks;
+    for (int i = 1; !timeTable().empty(); ++i) {
+        ASSERT_LE(i, 400);
+        if (tick() == 1)
+            ticks.push_back(i);
+    }
+    EXPECT_THAT(ticks, ElementsAre(2 * 99, 3 * 99));  // at 18.8 s and 28.2 s
+    hearEverything();
+    EXPECT_THAT(sdk.commandTexts(),
+                ElementsAre(support::switchCommand(5, 1, 1), support::switchCommand(6, 1, 2)));
+}
+
+// Of two seconds between two checks 1,800 ms are more than the gap: so much longer an entry waits.
+TEST_F(Dispatch, LetsAnEntryWaitForOneMoreCheckWhenTicksWereLate)
+{
+    know();
+    runScene(compsText({{5, 1}}));
+    EXPECT_EQ(check(400'000), 0u);
+    EXPECT_EQ(check(402'000), 0u) << "overdue by 1,800 ms";
+    EXPECT_EQ(check(402'190), 1u);
+}
+
+TEST_F(Dispatch, SendsAnEntryThatIsOverdueByMoreThanTicksWereLate)
+{
+    know();
+    runScene(compsText({{5, 1}}));
+    EXPECT_EQ(check(400'001), 0u);
+    EXPECT_EQ(check(402'001), 1u) << "overdue by 1,801 ms";
+}
+
+TEST_F(Dispatch, SendsNothingAtTheFirstCheckAfterALongIdleTime)
+{
+    know();
+    sent(compsText({{5, 1}}));
+    endRun();
+    now += 60'000;
+    runScene(compsText({{6, 2}}));
+    EXPECT_EQ(check(now + 1'000), 0u);
+    EXPECT_EQ(check(now + 190), 1u);
+}
+
+// Deliberate, as the stamps' wrap is not handled: what was planned beyond it is never due, and what
+// is planned after it goes out.
+TEST_F(Dispatch, KeepsWhatIsPlannedBeyondTheWrapAndSendsWhatIsPlannedAfterIt)
+{
+    know();
+    now = WRAP - 100;
+    runScene(compsText({{505, 1}, {5, 1}, {6, 1}}));
+    const std::vector<Planned> beyond = timeTable();
+    EXPECT_THAT(beyond, ElementsAre(Planned{5, WRAP, 2, 1}, Planned{6, WRAP + 100, 3, 1}));
+    EXPECT_EQ(check(WRAP - 5), 0u);
+    EXPECT_EQ(check(20), 0u);
+
+    now = 50;
+    runScene(compsText({{7, 1}, {8, 1}}));
+    EXPECT_EQ(last_time, 250);
+    for (int i = 0; i < 100; ++i)
+        tick();
+    EXPECT_EQ(timeTable(), beyond);
+    EXPECT_EQ(scene_time_index, 100) << "the run does not end";
+    hearEverything();
+    EXPECT_THAT(sdk.commandTexts(),
+                ElementsAre(support::switchCommand(7, 1, 1), support::switchCommand(8, 1, 1)));
+}
+
+TEST_F(Dispatch, DoesNotBeginWithASceneThatWasGivenUpWithoutMemory)
+{
+    know();
+    Scene *scene = sceneOf(compsText({{5, 1}, {6, 1}}));
+    failAllocation(2);
+    doScene_next(pool, scene, now);
+    letGoOfTheScenes();
+    freeScene(scene);
+    ASSERT_EQ(timeTable().size(), 1u);
+    for (int i = 0; i < 30; ++i)
+        EXPECT_EQ(tick(), 0u);
+    EXPECT_EQ(checksMade(), 0u);
+    EXPECT_THAT(sent(compsText({{7, 1}})),
+                ElementsAre(support::switchCommand(5, 1, 1), support::switchCommand(7, 1, 1)))
+        << "what was planned goes out with the next scene";
+}
+
+TEST_F(Dispatch, EndsNoRunWhoseTimeIsOverBeforeAllIsSent)
+{
+    know();
+    runScene(compsText({{505, 1}, {5, 1}, {6, 1}}));
+    const uint32_t end = last_time + 100 + 1'000;
+    EXPECT_EQ(check(end), 0u);
+    EXPECT_EQ(check(end + 100), 1u);
+    EXPECT_EQ(scene_time_index, 100);
+    EXPECT_EQ(check(end + 200), 1u);
+    EXPECT_EQ(scene_time_index, 200) << "it ends with the check that sends the last";
+    forgetLog();
+    EXPECT_EQ(check(end + 400), 0u);
+    EXPECT_EQ(checksMade(), 0u);
+}
+
+TEST_F(Dispatch, EndsTheRunOfAGapStepAloneAsAnyOther)
+{
+    runScene(compsText({{505, 5}}));
+    EXPECT_EQ(check(400'000 + 500 + 999), 0u);
+    EXPECT_EQ(scene_time_index, 500);
+    EXPECT_EQ(check(400'000 + 500 + 1'000), 0u);
+    EXPECT_EQ(scene_time_index, 200);
+    EXPECT_EQ(checksMade(), 2u);
+    EXPECT_EQ(check(402'000), 0u);
+    EXPECT_EQ(checksMade(), 2u);
+}
+
+TEST_F(Dispatch, ChecksForAnEmptySceneUntilItsRunIsOver)
+{
+    runScene(compsText({}));
+    EXPECT_EQ(check(400'000 + 200 + 999), 0u);
+    EXPECT_EQ(check(400'000 + 200 + 1'000), 0u);
+    EXPECT_EQ(checksMade(), 2u);
+    EXPECT_EQ(check(402'000), 0u);
+    EXPECT_EQ(checksMade(), 2u);
+    EXPECT_THAT(sdk.commandTexts(), ElementsAre());
+}
+
+// One second back: the whole scene is due before its first gap has passed.
+TEST_F(Dispatch, SendsAtOnceWhatANegativeWaitPlansInThePast)
+{
+    know();
+    runScene(compsText({{505, 1}, {512, -10}, {5, 1}, {6, 2}}));
+    EXPECT_EQ(check(now), 0u);  // the first check since long ago
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(check(now + 10), 1u);
+    hearEverything();
+    EXPECT_THAT(sdk.commandTexts(),
+                ElementsAre(support::switchCommand(5, 1, 1), support::switchCommand(6, 1, 2)));
+}
+
+TEST_F(Dispatch, DropsCommandsWhileNoDeviceIsKnown)
+{
+    runScene(compsText({{5, 1}, {769, 2}}));
+    drain();
+    EXPECT_THAT(sdk.commandTexts(),
+                ElementsAre(R"({"control":{"cmd":"snapshot","uid":769,"val":2}})"));
+    endRun();
+    forgetLog();
+    EXPECT_EQ(check(now + 1'000), 0u);
+    EXPECT_EQ(checksMade(), 0u) << "the run is over";
 }
 
 TEST_F(Dispatch, ReturnsToTheDefaultGapOneSecondAfterTheLastPlannedTime)
@@ -468,6 +691,51 @@ TEST_F(Announcement, IsNotMadeWithoutReplyCheck)
     EXPECT_THAT(announced(R"({"ID":7,"comps":[{"target":{"dev":5}}]})"), ElementsAre());
     EXPECT_EQ(scene_device_success_number, 0);
     EXPECT_EQ(timeTable().size(), 1u);
+}
+
+TEST_F(Announcement, LeavesTheConfirmedAloneAndForgetsTheQueuedScenes)
+{
+    Check_reply = 1;
+    scene_device_success_number = 5;
+    {
+        const MutexLock lock(scene_int_mutex);
+        replyCheck.queuedCount = 2;
+    }
+    EXPECT_EQ(announced(R"({"ID":7,"comps":[{"target":{"dev":5}}]})").size(), 1u);
+    EXPECT_EQ(scene_device_success_number, 5);
+    const MutexLock lock(scene_int_mutex);
+    EXPECT_EQ(replyCheck.queuedCount, 0);
+}
+
+// Deliberate: a copy has no ID, and a macro runs a copy.
+TEST_F(Announcement, NamesTheNumberOfCompsOfACopy)
+{
+    Check_reply = 1;
+    Scene *scene = sceneOf(R"({"ID":7,"comps":[{"target":{"dev":5}},{"target":{"dev":6}}]})");
+    Scene *copy = copyScene(scene);
+    doScene(pool, copy);
+    freeScene(copy);
+    freeScene(scene);
+    hearEverything();
+    EXPECT_THAT(sdk.commandTexts(),
+                ElementsAre(R"({"control":{"chid":99,"cmd":"set_s_sta_num","uid":511,"val":1}})"));
+    EXPECT_EQ(sceneID, 2);
+}
+
+TEST_F(Announcement, KeepsTheNumberOfCompsThatACheckVerifies)
+{
+    scene_device_number_total = 9;
+    scene_exec_check_enable = 1;
+    announced(R"({"comps":[{"target":{"dev":5}}]})");
+    EXPECT_EQ(scene_device_number_total, 9);
+    EXPECT_EQ(sceneCompCount, 1);
+    Check_reply = 1;
+    announced(R"({"comps":[{"target":{"dev":5}}]})");
+    EXPECT_EQ(sceneID, 9) << "and announces it";
+    Check_reply = 0;
+    scene_exec_check_enable = 0;
+    announced(R"({"comps":[{"target":{"dev":5}}]})");
+    EXPECT_EQ(scene_device_number_total, 1);
 }
 
 TEST_F(Announcement, IsNotMadeForASceneWithAWaitStepNorForLaterOnes)
