@@ -1,5 +1,7 @@
-// The families of the configuration records: copy, search, free.
+// The families of the configuration records: calloc, search, free.
 
+#include "config/camera.h"
+#include "config/device.h"
 #include "config/event_filter.h"
 #include "config/home_scene.h"
 #include "config/macro.h"
@@ -10,27 +12,15 @@
 #include "config/schedule.h"
 #include "config/sys_cmd.h"
 #include "config/target_comp.h"
+#include "config/target_name.h"
 #include "config/trigger_thread.h"
 #include "daemon_in_process.h"
-
-static ListNode emptyList()
-{
-    return {};
-}
+#include "events/event_log.h"
 
 static Scene *sceneOf(const std::string &text)
 {
     const Value value(text);
     return setNewScene(value);
-}
-
-TEST(Records, KeepTheOrderOfTheirFields)
-{
-    static_assert(offsetof(Scene, icon_name) == 128 && offsetof(Scene, icon) == 256);
-    static_assert(offsetof(Macro, user_notification_message) == 128);
-    static_assert(sizeof(RegDevice::token) == 1024);
-    static_assert(offsetof(ListNode, prev) == 0);
-    SUCCEED();
 }
 
 TEST(Records, AreZeroFilledWithEmptyLists)
@@ -53,73 +43,6 @@ TEST(freeMem, LogsANullPointer)
 {
     freeMem(nullptr);
     EXPECT_EQ(logLines(), (std::vector<LogLine>{{6, "freeMem", "freeMem: p is NULL\n"}}));
-}
-
-TEST(CopiedScene, HasEverythingButInvisibleAndID)
-{
-    Scene *scene = sceneOf(R"({"title":"Evening","icon":"i","icon_name":"n","invisible":1,"ID":7,
-        "comps":[{"target":{"dev":5,"if":1,"ch":2},"value":99},{"target":{"dev":6},"value":1}],
-        "buildinSiren":{"siren_type":4}})");
-    Scene *copy = copyScene(scene);
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(copy->invisible, 0);
-    EXPECT_EQ(copy->ID, 0);
-    scene->invisible = 0;
-    scene->ID = 0;
-    EXPECT_EQ(takeText(sceneToJson(copy)), takeText(sceneToJson(scene)));
-    EXPECT_NE(copy->buildinSiren, scene->buildinSiren);
-    freeScene(scene);
-    freeScene(copy);
-}
-
-TEST(CopiedScene, OfNothingIsNothing)
-{
-    EXPECT_EQ(copyScene(nullptr), nullptr);
-    EXPECT_EQ(logged("sceneSrc == NULL\n"), 1u);
-}
-
-TEST(CopiedMacro, HasEverythingButInvisible)
-{
-    ListNode macros = emptyList();
-    listInit(&macros);
-    const Value value(
-        R"({"title":"Door","enabled":1,"invisible":1,"priority":2,"duration":3,"duration_type":1,
-        "enabled_notifications":["pns","mail"],"user_notification_message":"m","icon_name":"i",
-        "scene":{"title":"private"},"triggers":[{"target":{"dev":2,"ch":1},"op":"=","threshold":255}]})");
-    setMacro(value, &macros);
-    Macro *macro = searchMacro(&macros, "Door");
-    Macro *copy = copyMacro(macro);
-    EXPECT_EQ(copy->invisible, 0);
-    EXPECT_EQ(macro->invisible, 1);
-    macro->invisible = 0;
-    EXPECT_EQ(takeText(macroToJson(copy)), takeText(macroToJson(macro)));
-    EXPECT_NE(copy->scene, macro->scene);
-    freeMacro(&copy->node);
-    freeMacros(&macros);
-    EXPECT_TRUE(listEmpty(&macros));
-}
-
-TEST(Copies, LeaveNothingBehindWhenMemoryRunsOut)
-{
-    ListNode macros = emptyList();
-    listInit(&macros);
-    const Value value(R"({"title":"Door","enabled_notifications":["pns","mail"],
-        "scene":{"title":"private","comps":[{"target":{"dev":1},"value":1}],"buildinSiren":{"siren_type":1}},
-        "triggers":[{"target":{"dev":2,"ch":1}}]})");
-    setMacro(value, &macros);
-    Macro *macro = searchMacro(&macros, "Door");
-    int refused = 0;
-    for (int n = 1; n < 20; ++n) {  // the leak checker looks at what is left
-        failAllocation(n);
-        Macro *copy = copyMacro(macro);
-        failAllocation(0);
-        if (copy)
-            freeMacro(&copy->node);
-        else
-            ++refused;
-    }
-    EXPECT_EQ(refused, 7);  // the macro, its scene, siren, comp, trigger and two notifications
-    freeMacros(&macros);
 }
 
 TEST(Search, RefusesNullTitlesAndHeads)
@@ -204,6 +127,40 @@ static TriggerThrData *threadOf(const char *title, ListNode *head)
     return data;
 }
 
+TEST(Search, OfANullKeyFindsNothing)
+{
+    const Value rooms(R"([{"title":"","extra_camera":[{"camera":""}]}])");
+    const Value schedules(R"([{"title":""}])");
+    const Value names(R"({"":""})");
+    const Value phones(R"([{"token":""}])");
+    const Value empty(R"({"title":"","uid":""})");
+    setRooms(rooms);
+    setSchedules(schedules);
+    setTargetNames(names);
+    setRegisteredDevices(phones);
+    setMacro(empty, &macrosListHead);
+    setCamera(empty, &camerasListHead);
+    listAddTail(&callocResumeScene()->node, &resumeSceneListHead);
+    threadOf("", &doSceneThrListHead);
+    const auto foundBy = [](const char *key) -> std::vector<const void *> {
+        Room *room = FIRST_ELEMENT(Room, node, &roomsListHead);
+        return {searchMacro(&macrosListHead, key),
+                searchRoom(&roomsListHead, key),
+                searchSchedule(&schedulesListHead, key),
+                searchCamera(&camerasListHead, key),
+                searchTargetName(&targetNamesListHead, key),
+                searchExtraCamera(&room->extra_camera, key),
+                searchRegDev(&pushDevsListHead, key),
+                searchResumeScene(&resumeSceneListHead, key),
+                searchMacroInTriggerThrList(&doSceneThrListHead, key),
+                searchLastMacroInTriggerThrList(&doSceneThrListHead, key)};
+    };
+    EXPECT_THAT(foundBy(nullptr), testing::Each(nullptr));
+    EXPECT_THAT(foundBy(""), testing::Each(testing::NotNull()));  // an empty key is a key
+    EXPECT_EQ(countDoSceneThdListItems(&doSceneThrListHead, nullptr), 0);
+    EXPECT_EQ(countDoSceneThdListItems(&doSceneThrListHead, ""), 1);
+}
+
 TEST(MacroThreadRecords, AreCountedAndFoundByTheirMacro)
 {
     ListNode head;
@@ -233,27 +190,16 @@ TEST(PhonesToKeep, AreTheEarliest)
     EXPECT_STREQ(searchEarlyPushDev(&pushDevsListHead)->device->token, "c");
 }
 
-TEST(CopiedPhone, IsWhole)
+TEST(PhonesToKeep, OfTheSameTimeAreTheOlder)
 {
-    RegDevice *phone = callocRegDevice();
-    strcpy(phone->token, "t");
-    phone->update_ts = 5;
-    RegDevice *copy = copyRegDev(phone);
-    EXPECT_STREQ(copy->token, "t");
-    EXPECT_EQ(copy->update_ts, 5);
-    freeRegDev(phone);
-    freeRegDev(copy);
-    EXPECT_EQ(copyRegDev(nullptr), nullptr);
-}
-
-TEST(CopiedAlarmSettings, AreAllFour)
-{
-    const Alarm source = {.duration = 1, .enabled = 2, .siren_type = 3, .trigger_duration = 4};
-    Alarm destination = {};
-    EXPECT_EQ(copyAlarmSetting(&destination, &source), 1);
-    EXPECT_EQ(destination.trigger_duration, 4);
-    EXPECT_EQ(copyAlarmSetting(&destination, nullptr), -1);
-    EXPECT_EQ(logged("src == NULL\n"), 1u);
+    const Value phones(R"([{"token":"a","update_ts":20},{"token":"b","update_ts":10},
+        {"token":"c","update_ts":10}])");
+    setRegisteredDevices(phones);
+    EXPECT_STREQ(searchEarlyPushDev(&pushDevsListHead)->device->token, "b");
+    const Value named(R"([{"token":"d","update_ts":10,"gateway_name":"Home"},
+        {"token":"e","update_ts":10,"gateway_name":"Cabin"}])");
+    setRegisteredDevices(named);
+    EXPECT_STREQ(searchEarlyPushDev(&pushDevsListHead)->device->token, "d");
 }
 
 TEST(Rooms, AreFoundByADeviceTheyHold)
@@ -310,4 +256,57 @@ TEST(OtherRecords, AreFreedWithWhatTheyOwn)
     command->cmd = strdup("true");
     freeSysCmd(command);
     SUCCEED();  // the leak checker judges
+}
+
+// Of three records in a list the middle one is freed: its neighbours are each other's.
+template <typename Record>
+static void expectToBeUnlinked(Record *(*callocOne)(), void (*freeOne)(Record *),
+                               ListNode Record::*node)
+{
+    ListNode head;
+    listInit(&head);
+    Record *records[3] = {callocOne(), callocOne(), callocOne()};
+    for (Record *record : records)
+        listAddTail(&(record->*node), &head);
+    freeOne(records[1]);
+    ListNode *first = &(records[0]->*node);
+    ListNode *third = &(records[2]->*node);
+    EXPECT_EQ(first->next, third);
+    EXPECT_EQ(third->prev, first);
+    EXPECT_EQ(head.next, first);
+    EXPECT_EQ(head.prev, third);
+    freeOne(records[0]);
+    freeOne(records[2]);
+    EXPECT_TRUE(listEmpty(&head));
+}
+
+static void freeMacroRecord(Macro *macro)
+{
+    freeMacro(&macro->node);
+}
+
+TEST(FreedRecords, LeaveTheirNeighboursToEachOther)
+{
+    expectToBeUnlinked(callocScene, freeScene, &Scene::node);
+    expectToBeUnlinked(callocComp, freeComp, &Comp::node);
+    expectToBeUnlinked(callocMacro, freeMacroRecord, &Macro::node);
+    expectToBeUnlinked(callocTrigger, freeTrigger, &Trigger::node);
+    expectToBeUnlinked(callocSchedule, freeSchedule, &Schedule::node);
+    expectToBeUnlinked(callocRoom, freeRoom, &Room::node);
+    expectToBeUnlinked(callocTargets, freeTarget, &Target::node);
+    expectToBeUnlinked(callocExtraCamera, freeExtraCamera, &ExtraCamera::node);
+    expectToBeUnlinked(callocCamera, freeCamera, &Camera::node);
+    expectToBeUnlinked(callocTargetName, freeTargetName, &TargetName::node);
+    expectToBeUnlinked(callocRegDevices, free_reg_dev_info, &RegDevices::node);
+    expectToBeUnlinked(callocEventFilter, freeEventFilter, &EventFilter::node);
+    expectToBeUnlinked(callocSysCmd, freeSysCmd, &SysCmd::node);
+    expectToBeUnlinked(callocEventLog, freeEventLog, &EventLog::node);
+    expectToBeUnlinked(callocMacroEventLog, freeMacroEventLog, &MacroEventLog::node);
+    expectToBeUnlinked(callocResumeScene, freeResumeScene, &ResumeScene::node);
+    expectToBeUnlinked(callocResumeSchedule, freeResumeSchedule, &ResumeSchedule::node);
+    expectToBeUnlinked(callocHomeSceneResume, freeHomeSceneResume, &HomeSceneResume::node);
+    expectToBeUnlinked(callocHomeSceneData, freehomeSceneData, &HomeSceneData::node);
+    expectToBeUnlinked(callocTriggerThrData, freeTriggerThrData, &TriggerThrData::node);
+    expectToBeUnlinked(callocGetDev_dev, freeGetDevice_dev, &GetDev_dev::node);
+    expectToBeUnlinked(callocGetDev_channel, freeGetDevice_dev_channel, &GetDev_channel::node);
 }
