@@ -114,6 +114,80 @@ TEST(Snapshot, CutsTextsToTheirFields)
     EXPECT_EQ(searchChannelFromGetDev(device, 1)->name, std::string(127, 'x'));
 }
 
+TEST(Snapshot, CutsTheTimesToTheirFieldsAndSaysSo)
+{
+    const std::string tamper(128, 't');
+    const std::string beat(500, 'b');
+    const Snapshot snapshot =
+        parse(R"({"device":[{"uid":1,"code":"c","lasttampertime":")" + tamper +
+              R"(","channel":[{"chid":2,"lastbeattime":")" + beat + R"("}]}]})");
+    const GetDev_dev *device = FIRST_ELEMENT(GetDev_dev, node, &snapshot->devices);
+    EXPECT_EQ(device->lasttampertime, std::string(127, 't'));
+    EXPECT_EQ(FIRST_ELEMENT(GetDev_channel, node, &device->channels)->lastbeattime,
+              std::string(127, 'b'));
+    EXPECT_EQ(device->uid, 1);
+    EXPECT_EQ(logLines(), (std::vector<LogLine>{
+                              {6, "setGetDevice_device", "text is cut to 127 bytes\n"},
+                              {6, "setGetDevice_device_channel", "text is cut to 127 bytes\n"}}));
+}
+
+TEST(Snapshot, KeepsTextsWholeThatFit)
+{
+    const std::string longest(127, 'x');
+    const Snapshot snapshot =
+        parse(R"({"device":[{"uid":1,"code":")" + longest + R"(","lasttampertime":")" + longest +
+              R"(","channel":[{"chid":2,"name":")" + longest + R"(","lastbeattime":")" + longest +
+              R"("}]}]})");
+    const GetDev_dev *device = FIRST_ELEMENT(GetDev_dev, node, &snapshot->devices);
+    const GetDev_channel *channel = FIRST_ELEMENT(GetDev_channel, node, &device->channels);
+    for (const char *text :
+         {device->code, device->lasttampertime, channel->name, channel->lastbeattime})
+        EXPECT_EQ(text, longest);
+    EXPECT_TRUE(logLines().empty());
+}
+
+TEST(Snapshot, NeverCutsACharacterInTwo)
+{
+    const std::string text = std::string(126, 'x') + "ホ";  // three bytes, of which one would fit
+    const Snapshot snapshot = parse(
+        R"({"device":[{"uid":1,"code":")" + text + R"(","lasttampertime":")" + text +
+        R"(","channel":[{"chid":2,"name":")" + text + R"(","lastbeattime":")" + text + R"("}]}]})");
+    const GetDev_dev *device = FIRST_ELEMENT(GetDev_dev, node, &snapshot->devices);
+    const GetDev_channel *channel = FIRST_ELEMENT(GetDev_channel, node, &device->channels);
+    for (const char *field :
+         {device->code, device->lasttampertime, channel->name, channel->lastbeattime})
+        EXPECT_EQ(field, std::string(126, 'x'));
+}
+
+TEST(Snapshot, DropsTheWholeCharacterBeforeAParenthesis)
+{
+    const Snapshot snapshot = parse(R"json({"device":[{"uid":1,"channel":[{"chid":1,"name":"ホ(x)"},
+        {"chid":2,"name":"居ホ(x)"},{"chid":3,"name":"é(x)"},{"chid":4,"name":"💡💡(x)"}]}]})json");
+    const GetDev_dev *device = FIRST_ELEMENT(GetDev_dev, node, &snapshot->devices);
+    EXPECT_STREQ(searchChannelFromGetDev(device, 1)->name, "");
+    EXPECT_STREQ(searchChannelFromGetDev(device, 2)->name, "居");
+    EXPECT_STREQ(searchChannelFromGetDev(device, 3)->name, "");
+    EXPECT_STREQ(searchChannelFromGetDev(device, 4)->name, "💡");
+}
+
+TEST(ColourComponents, AreThoseOfTheLastChannelWithAColourAlone)
+{
+    parse(R"({"device":[{"uid":1,"channel":[
+        {"chid":1,"switch_color":{"comp_value":[{"comp_id":1,"value":11},{"comp_id":2,"value":12},
+            {"comp_id":3,"value":13},{"comp_id":4,"value":14},{"comp_id":5,"value":15},
+            {"comp_id":6,"value":16}]}},{"chid":2}]}]})");
+    EXPECT_THAT(comp_value_uid, ElementsAre(1, 2, 3, 4, 5));  // a sixth has no slot
+    EXPECT_THAT(comp_value_color_val, ElementsAre(11, 12, 13, 14, 15));
+    parse(R"({"device":[{"uid":1,"channel":[
+        {"chid":1,"switch_color":{"comp_value":[{"comp_id":7,"value":17}]}},
+        {"chid":2,"switch_color":{"comp_value":[{"value":18},{"comp_id":8},5]}}]}]})");
+    EXPECT_THAT(comp_value_uid, ElementsAre(0, 8, 0, 0, 0));
+    EXPECT_THAT(comp_value_color_val, ElementsAre(18, 0, 0, 0, 0));
+    parse(R"({"device":[{"uid":1,"channel":[{"chid":1,"switch_color":{}}]}]})");
+    EXPECT_THAT(comp_value_uid, testing::Each(0));
+    EXPECT_THAT(comp_value_color_val, testing::Each(0));
+}
+
 TEST(SnapshotSearch, SaysWhatItDidNotFind)
 {
     const Snapshot snapshot = parse(R"({"device":[{"uid":1,"channel":[]}]})");
