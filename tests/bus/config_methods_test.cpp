@@ -148,6 +148,15 @@ TEST_F(ConfigMethods, ListsTheTitlesOfEachGroupInTheOrderOfSetting)
     }
 }
 
+TEST_F(ConfigMethods, AnswersAnEmptyGroupWithAnEmptyArray)
+{
+    start();
+    for (const char *member : {"jsongetgroup", "jsongettitles"}) {
+        for (const char *word : {"macros", "scenes", "rooms", "schedules"})
+            EXPECT_EQ(callForText(member, word), "[]") << member << " " << word;
+    }
+}
+
 TEST_F(ConfigMethods, AnswersInAsciiAlone)
 {
     startReady();
@@ -196,6 +205,30 @@ TEST_F(ConfigMethods, StoresTheConfigurationBeforeItAnswers)
     EXPECT_EQ(daemon.storedSetup(), callForText("jsongetall", ""));
     set(R"({"rooms":[{"title":"A much longer configuration than the one before"}]})");
     EXPECT_EQ(daemon.storedSetup(), callForText("jsongetall", ""));
+}
+
+TEST_F(ConfigMethods, SaysOfASetThatIsStoredThatItIsAndOfNoOther)
+{
+    startReady();
+    EXPECT_EQ(set(R"({"scenes":[{"title":"Evening"}]})"), 1);
+    EXPECT_EQ(daemon.timesLogged("2 word: "), 1u);
+    const std::string log = daemon.log();
+    const size_t line = log.rfind('\n', log.find("2 word: ")) + 1;
+    EXPECT_EQ(log.substr(line, 22), "4 app_dbus_jsonSetAll:");
+    EXPECT_EQ(set(R"({"scenes":[]})"), 0);
+    EXPECT_EQ(set("no JSON"), 0);
+    EXPECT_EQ(daemon.timesLogged("2 word: "), 1u);
+    EXPECT_EQ(set(R"({"rooms":[{"title":"Hall"}]})"), 1);
+    EXPECT_EQ(daemon.timesLogged("2 word: "), 2u);
+}
+
+TEST_F(ConfigMethods, RepliesOneToATitleThatIsTooLongHoweverOftenItIsSet)
+{
+    startReady();
+    const std::string request = R"({"macros":[{"title":")" + std::string(127, 'x') + R"("}]})";
+    EXPECT_EQ(set(request), 1);
+    EXPECT_EQ(set(request), 1);
+    EXPECT_EQ(callForText("jsongettitles", "macros"), R"(["",""])");
 }
 
 TEST_F(ConfigMethods, TakesTheTimeOfSavingAsTheConfigurationsOwn)

@@ -117,6 +117,27 @@ TEST(Scenes, AreCreatedAndUpdatedByTitle)
               R"({"ID":0,"comps":[],"icon":"","icon_name":"","invisible":0,"title":"B"}])");
 }
 
+TEST(Titles, ThatAreTooLongMakeAnotherElementWithAnEmptyOneEachTime)
+{
+    const std::string tooLong(127, 'x');
+    const std::pair<const char *, const char *> groups[] = {{"macros", "title"},
+                                                            {"scenes", "title"},
+                                                            {"schedules", "title"},
+                                                            {"rooms", "title"},
+                                                            {"cameras", "uid"}};
+    for (const auto &[word, key] : groups) {
+        const std::string member = "\"" + std::string(key) + "\":\"";
+        const std::string request =
+            "{\"" + std::string(word) + "\":[{" + member + tooLong + "\"}]}";
+        for (int times = 1; times <= 2; ++times)
+            EXPECT_EQ(parseAll(request.c_str()), 1) << word;
+        const Value elements(group(word));
+        ASSERT_EQ(json_array_size(elements), 2u) << word;
+        for (size_t i = 0; i < 2; ++i)
+            EXPECT_STREQ(json_string_value(json_object_get(json_array_get(elements, i), key)), "");
+    }
+}
+
 TEST(Scenes, KeepWhatARequestLeavesOutOrGivesAsAnotherType)
 {
     parseAll(R"({"scenes":[{"title":"A","icon":"1","ID":4}]})");
@@ -202,6 +223,18 @@ TEST(Macros, WithOneTriggerKeepItAndGetNoSecond)
         R"({"macros":[{"title":"M","triggers":[{"target":{"dev":1,"ch":1},"threshold":3,"op":">"}]}]})");
     EXPECT_THAT(group("macros"),
                 HasSubstr(R"("op":">","target":{"ch":1,"dev":1,"if":0},"threshold":3)"));
+}
+
+TEST(Macros, TakeNothingFromTheTriggersBehindAnUnknownOne)
+{
+    parseAll(R"({"macros":[{"title":"M","triggers":[{"target":{"dev":9},"op":"="}]}]})");
+    EXPECT_EQ(parseAll(R"({"macros":[{"title":"M","enabled":1,"triggers":[{"target":{"dev":8}},
+        {"target":{"dev":9},"op":">"}]}]})"),
+              1);
+    const Macro *macro = searchMacro(&macrosListHead, "M");
+    EXPECT_EQ(getListObjNum(&macro->triggers), 1);
+    EXPECT_STREQ(FIRST_ELEMENT(Trigger, node, &macro->triggers)->op, "=");
+    EXPECT_EQ(macro->enabled, 1);
 }
 
 TEST(Macros, GetAtMostOneTriggerFromOneRequest)
