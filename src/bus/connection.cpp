@@ -72,7 +72,7 @@ int app_dbus_init()
 
 bool busCarries(const char *text, const char *caller)
 {
-    static constexpr size_t LONGEST_TEXT = 16 * 1024 * 1024;  // buses take 32 MiB a message
+    static constexpr size_t LONGEST_TEXT = size_t{16} * 1024 * 1024;  // buses take 32 MiB a message
     if (strlen(text) > LONGEST_TEXT)
         LOG_AS(caller, ERROR, "The text is too long for the bus\n");
     else if (!dbus_validate_utf8(text, nullptr))

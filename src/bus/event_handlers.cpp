@@ -24,7 +24,7 @@ static DeviceEvent *createEvent(uint16_t eventCode, uint16_t gid, uint16_t chann
 // device has to say is left out: cut, it would be no JSON.
 static char *copyPayload(const char *text)
 {
-    static constexpr size_t LONGEST_PAYLOAD = 16 * 1024;
+    static constexpr size_t LONGEST_PAYLOAD = size_t{16} * 1024;
     if (strlen(text) <= LONGEST_PAYLOAD)
         return copyText(text);
     LOG_AS("ovrin_dbus_event_signal", ERROR, "payload of %zu bytes is left out\n", strlen(text));

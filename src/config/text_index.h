@@ -53,7 +53,7 @@ private:
             ++records;
         for (capacity = 1; capacity < 2 * records;)
             capacity *= 2;
-        slots = static_cast<Record **>(calloc(capacity, sizeof *slots));
+        slots = static_cast<Record **>(calloc(capacity, sizeof(Record *)));
         if (!slots) {
             lookUps = 0;  // without memory every look-up walks
             return;

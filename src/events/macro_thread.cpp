@@ -138,7 +138,7 @@ void int_old_triggerThd(const TriggerThrData *record, const char *macroTitle)
         // nobody to signal.
         const int failure = other.thread ? pthread_kill(other.thread, SIGUSR1) : ESRCH;
         if (failure != 0)
-            LOG(ERROR, "pthread_kill: %s\n", strerror(failure));
+            LOG(ERROR, "pthread_kill: %s\n", errorText(failure));
     }
 }
 

@@ -44,7 +44,7 @@ struct MutexEntry {
 };
 #define MUTEX_ENTRY(mutex)                                                                         \
     {                                                                                              \
-#mutex, &mutex                                                                             \
+#mutex, &(mutex)                                                                           \
     }
 
 static constexpr MutexEntry MUTEX_TABLE[] = {
@@ -214,7 +214,7 @@ void unlockMutex(Mutex &mutex)
     noteReleasing(mutex);
 }
 
-Condition::Condition()
+Condition::Condition() noexcept
 {
     pthread_condattr_t attributes;
     pthread_condattr_init(&attributes);
@@ -272,7 +272,7 @@ void appPthreadMutexInit()
     for (const MutexEntry &entry : MUTEX_TABLE) {
         if (pthread_mutex_init(entry.mutex, nullptr) != 0) {
             LOG(ERROR, "Mutex initialization failed\n");
-            exit(1);
+            exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread runs yet
         }
     }
 }

@@ -41,7 +41,7 @@ private:
 // stretches a wait.
 class Condition {
 public:
-    Condition();
+    Condition() noexcept;
     // The caller holds `mutex`. May return early, as condition variables do.
     void wait(Mutex &mutex) LOCKING(requires_capability(mutex));
     // As wait; false when `deadline` (monotonic) has passed.

@@ -69,7 +69,7 @@ private:
 // that was large once would else be kept for good.
 inline void limitKeptPoolMemory()
 {
-    static constexpr apr_size_t KEPT_BYTES = 256 * 1024;
+    static constexpr apr_size_t KEPT_BYTES = apr_size_t{256} * 1024;
     apr_pool_t *pool = nullptr;
     if (apr_pool_create_ex(&pool, nullptr, nullptr, nullptr) != APR_SUCCESS)
         return;

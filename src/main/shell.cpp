@@ -80,7 +80,7 @@ int runShell(const char *command, const timespec &limit)
     const int error =
         posix_spawn(&child, "/bin/sh", nullptr, &signals.attributes, arguments, environ);
     if (error != 0) {
-        LOG(ERROR, "%.*s: %s\n", programLength(command), command, strerror(error));
+        LOG(ERROR, "%.*s: %s\n", programLength(command), command, errorText(error));
         errno = error;
         return -1;
     }

@@ -59,7 +59,7 @@ static void resetSignals()
         signal(number, SIG_DFL);
     sigset_t none;
     sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
 static void awaitChild(pid_t child)

@@ -46,7 +46,7 @@ const char *scheduleResumePath()
 struct CloseFile {
     void operator()(FILE *file) const noexcept
     {
-        fclose(file);
+        (void)fclose(file);  // it was only read
     }
 };
 using OwnedFile = std::unique_ptr<FILE, CloseFile>;

@@ -29,6 +29,12 @@ char *json_dumps_dbg(const json_t *value, size_t flags)
     return nullptr;
 }
 
+const char *errorText(int error)
+{
+    static thread_local char text[TEXT_SIZE];
+    return strerror_r(error, text, sizeof text);
+}
+
 // Sleeps to a fixed moment: the remainders that the system reports are a little too long, and would
 // add up with every signal.
 void doNanoSleep(long seconds, long nanoseconds)

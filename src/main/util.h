@@ -19,6 +19,10 @@ const tm *getCurTime();
 // json_dumps; the caller frees the text. Null when `value` is null or memory has run out.
 char *json_dumps_dbg(const json_t *value, size_t flags);
 
+// What an error number means. The result belongs to the calling thread and lasts until its next
+// call.
+const char *errorText(int error);
+
 // Sleeps for the whole time, whatever signals arrive.
 void doNanoSleep(long seconds, long nanoseconds);
 

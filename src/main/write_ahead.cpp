@@ -5,6 +5,7 @@
 #include "main/scope.h"
 #include "main/shell.h"
 #include "main/stored_file.h"
+#include "main/util.h"
 
 #include <apr_strings.h>
 #include <cerrno>
@@ -57,7 +58,7 @@ static bool syncFolderOf(const char *path)
 static bool putInPlace(const char *side, const char *path)
 {
     if (!syncPath(side, 0) || rename(side, path) != 0) {
-        LOG(ERROR, "%s cannot be put in place: %s\n", side, strerror(errno));
+        LOG(ERROR, "%s cannot be put in place: %s\n", side, errorText(errno));
         return false;
     }
     syncFolderOf(path);
@@ -79,13 +80,13 @@ int storeDocument(const char *path, const char *text, size_t size)
     }
     if (bufWriteToFile(ahead.text, text, size) != 0 || errno != 0 || !syncPath(ahead.text, 0) ||
         !syncFolderOf(path)) {
-        LOG(ERROR, "%s cannot be stored: %s\n", path, strerror(errno));
+        LOG(ERROR, "%s cannot be stored: %s\n", path, errorText(errno));
         unlink(ahead.text);
         return -1;
     }
     const bool isFirst = !exists(path);
     if (bufWriteToFile(path, text, size) != 0 || errno != 0 || !syncPath(path, 0)) {
-        LOG(ERROR, "%s cannot be written over: %s\n", path, strerror(errno));
+        LOG(ERROR, "%s cannot be written over: %s\n", path, errorText(errno));
         return putInPlace(ahead.text, path) ? 0 : -1;
     }
     if (!isFirst || syncFolderOf(path))
@@ -141,7 +142,7 @@ void removeDocument(const char *path)
     // The copy first: it would bring the document back.
     for (const char *file : {static_cast<const char *>(ahead.text), path}) {
         if (unlink(file) != 0 && errno != ENOENT)
-            LOG(ERROR, "%s cannot be removed: %s\n", file, strerror(errno));
+            LOG(ERROR, "%s cannot be removed: %s\n", file, errorText(errno));
     }
     syncFolderOf(path);
 }
@@ -182,7 +183,7 @@ void finishInterruptedWrite(const char *path)
         syncFolderOf(path);
         break;
     case UNREADABLE:
-        LOG(ERROR, "%s cannot be read: %s\n", ahead.text, strerror(errno));
+        LOG(ERROR, "%s cannot be read: %s\n", ahead.text, errorText(errno));
         break;
     }
 }

@@ -22,13 +22,13 @@ static bool pushThreadRunning LOCKING(guarded_by(sysCmdList_mutex));
 
 // What the waiting commands take, so that a helper which hangs while events pour in does not use up
 // the memory of the box.
-static constexpr size_t MOST_WAITING_BYTES = 8 * 1024 * 1024;
+static constexpr size_t MOST_WAITING_BYTES = size_t{8} * 1024 * 1024;
 static size_t waitingBytes LOCKING(guarded_by(sysCmdList_mutex));
 static bool isFull LOCKING(guarded_by(sysCmdList_mutex));
 
 static size_t bytesOf(const SysCmd *command)
 {
-    static constexpr size_t ALLOCATOR_BYTES = 2 * 16;
+    static constexpr size_t ALLOCATOR_BYTES = size_t{2} * 16;
     return sizeof *command + ALLOCATOR_BYTES + (command->cmd ? strlen(command->cmd) + 1 : 0);
 }
 
@@ -155,7 +155,7 @@ static void deliver(apr_pool_t *pool, const RegDevice &device, const char *messa
 // No phone shows more, and a command line of the system may not hold much more.
 static const char *cutToFit(apr_pool_t *pool, const char *message)
 {
-    static constexpr size_t LONGEST_TEXT = 4 * 1024;
+    static constexpr size_t LONGEST_TEXT = size_t{4} * 1024;
     if (strlen(message) < LONGEST_TEXT)
         return message;
     auto *cut = static_cast<char *>(apr_palloc(pool, LONGEST_TEXT));

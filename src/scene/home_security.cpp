@@ -27,8 +27,9 @@ Scene *HomeScene;
 static Condition alarmCancelled;
 
 static constexpr Integer DOOR_OPEN = 255;
-static constexpr Integer SHORTEST_DELAY = 1;              // seconds
-static constexpr Integer LONGEST_WAIT = 365 * 24 * 3600;  // seconds; no clock overflows before
+static constexpr Integer SHORTEST_DELAY = 1;  // seconds
+static constexpr Integer LONGEST_WAIT =
+    Integer{365} * 24 * 3600;  // seconds; no clock overflows before
 
 int isDoorOrPirSensor(const GetDev_dev *device, const GetDev_channel *channel)
 {

@@ -8,7 +8,7 @@
 #include "scene/runner.h"
 
 #include <csignal>
-#include <cstdlib>
+#include <unistd.h>
 
 static constexpr int TICKS_OF_A_SECOND = 10;
 static constexpr useconds_t SHORTEST_LEFT = 6;
@@ -68,7 +68,7 @@ void startTickThread()
     pthread_t thread;
     if (createThread(&thread, takeTicks, nullptr) != 0) {
         LOG(ERROR, "pthread_create fail\n");
-        exit(1);
+        _exit(1);
     }
     pthread_detach(thread);
 }

@@ -2,6 +2,7 @@
 
 #include "daemon_in_process.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <pthread.h>
@@ -89,6 +90,20 @@ TEST(copyBounded, StoresWholeWhatFitsAndLogsWhatItCuts)
 
 static void ignoreSignal(int)
 {
+}
+
+TEST(errorText, SaysWhatTheNumberMeans)
+{
+    EXPECT_STREQ(errorText(ENOENT), "No such file or directory");
+    EXPECT_STREQ(errorText(EACCES), "Permission denied");
+    EXPECT_STREQ(errorText(-1), "Unknown error -1");
+}
+
+TEST(errorText, BelongsToItsThread)
+{
+    const char *here = errorText(-1);
+    std::thread([] { errorText(-2); }).join();
+    EXPECT_STREQ(here, "Unknown error -1");
 }
 
 TEST(doNanoSleep, SleepsItsWholeTimeThroughSignals)
