@@ -1,8 +1,8 @@
 #include "control.h"
 
-static const std::string CONTROL_NAME = "com.ovrinbus.sim";
-static const std::string CONTROL_PATH = "/com/ovrinbus/sim";
-static const std::string CONTROL_INTERFACE = "com.ovrinbus.sim.control";
+static constexpr char CONTROL_NAME[] = "com.ovrinbus.sim";
+static constexpr char CONTROL_PATH[] = "/com/ovrinbus/sim";
+static constexpr char CONTROL_INTERFACE[] = "com.ovrinbus.sim.control";
 
 namespace {
 

@@ -4,9 +4,9 @@
 
 #include <csignal>
 
-static const std::string APP_NAME = "com.ovrinbus.app";
-static const std::string APP_INTERFACE = "com.OvrinTech.app";
-static const std::string BUS_NAME = "org.freedesktop.DBus";
+static constexpr char APP_NAME[] = "com.ovrinbus.app";
+static constexpr char APP_INTERFACE[] = "com.OvrinTech.app";
+static constexpr char BUS_NAME[] = "org.freedesktop.DBus";
 
 Daemon::Daemon(sdbus::IConnection &connection, Loop &loop, Timeline &timeline, Home &home,
                Plan &plan)
@@ -144,12 +144,12 @@ void Daemon::tell(const std::string &member)
     app_->callMethod(method);
 }
 
-void Daemon::send(const sdbus::MethodCall &method, Millis patience, Answered answered)
+void Daemon::send(const sdbus::MethodCall &method, Millis patience, Answered &&answered)
 {
     const uint64_t usec = static_cast<uint64_t>(patience.count()) * 1000;
     app_->callMethod(
         method,
-        [answered](sdbus::MethodReply &reply, const sdbus::Error *error) {
+        [answered = std::move(answered)](sdbus::MethodReply &reply, const sdbus::Error *error) {
             if (error)
                 answered(std::nullopt, error->getMessage());
             else

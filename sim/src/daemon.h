@@ -30,7 +30,7 @@ public:
     bool strikeMinute();     // SIGUSR1 now; false when the daemon's pid is not known
 
 private:
-    void send(const sdbus::MethodCall &method, Millis patience, Answered answered);
+    void send(const sdbus::MethodCall &method, Millis patience, Answered &&answered);
     void announced(sdbus::Message &message);
     void ownerChanged(const std::string &owner);
     void askPid(const std::string &owner);

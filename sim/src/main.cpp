@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
@@ -40,7 +41,7 @@ public:
         sigemptyset(&set);
         sigaddset(&set, SIGINT);
         sigaddset(&set, SIGTERM);
-        sigprocmask(SIG_BLOCK, &set, nullptr);
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
         fd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
         loop.watch(fd_, [this, &loop, status] {
             signalfd_siginfo info{};
@@ -125,6 +126,7 @@ static void readCommands(const Options &options, Loop &loop, Console &console, G
 static int simulate(const Options &options)
 {
     if (!options.bus.empty())
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread was started yet
         setenv("DBUS_SYSTEM_BUS_ADDRESS", options.bus.c_str(), 1);
     std::signal(SIGPIPE, SIG_IGN);
 
@@ -194,15 +196,13 @@ static int simulate(const Options &options)
 }
 
 int main(int argc, char **argv)
-{
+try {
     Options options;
     CLI::App app("Plays a home's gateway around the automation daemon: settings, radio, devices.");
     addOptions(app, options);
     CLI11_PARSE(app, argc, argv);
-    try {
-        return simulate(options);
-    } catch (const std::exception &error) {
-        fmt::print(stderr, "home-sim: {}\n", error.what());
-        return 2;
-    }
+    return simulate(options);
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "home-sim: %s\n", error.what());
+    return 2;
 }

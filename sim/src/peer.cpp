@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 static int checked(int result, const char *what)
 {
     if (result < 0)
-        throw UserError(fmt::format("{}: {}", what, std::strerror(-result)));
+        throw UserError(fmt::format("{}: {}", what, std::generic_category().message(-result)));
     return result;
 }
 

@@ -45,7 +45,7 @@ static void show(const std::vector<std::string> &argv)
 }
 
 int main(int argc, char **argv)
-{
+try {
     std::vector<std::string> words(argv, argv + argc);
     if (words.empty())
         return 0;
@@ -60,10 +60,8 @@ int main(int argc, char **argv)
     }
     if (const char *const path = std::getenv("HOME_SIM_PUSH_LOG"))
         record(path, words);
-    try {
-        show(words);
-    } catch (const std::exception &) {
-        // Nobody plays the home: nothing to show it on.
-    }
+    show(words);
     return 0;
+} catch (const std::exception &) {
+    return 0;  // as a rule nobody plays the home: there is nothing to show it on
 }
