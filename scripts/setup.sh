@@ -28,6 +28,8 @@ libgmock-dev         run   tests
 dbus-daemon          run   private bus
 psmisc               run   killall, which the daemon calls when it crashes
 python3              test  results computed a second time, by the programs of tests/oracles
+binutils             test  what a program is hardened with
+systemd              test  what the service is exposed to
 tzdata               test  time zones with their clock changes
 clang                test  analysis of the locks
 libclang-rt-dev      test  fuzzing
