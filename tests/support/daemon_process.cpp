@@ -49,7 +49,9 @@ void DaemonProcess::start(const std::string &busAddress, const std::vector<std::
         "LC_ALL=C",
     };
     all.insert(all.begin(), settings.begin(), settings.end());  // the first of a name counts
-    process.start({daemonProgram()}, all);
+    std::vector<std::string> command = starter;
+    command.emplace_back(daemonProgram());
+    process.start(command, all);
 }
 
 // A line of /proc/PID/status that holds a set of signals, as a bit mask.

@@ -22,6 +22,9 @@ public:
     void writeSetup(std::string_view json);  // appSetup.json as it is stored
     std::string storedSetup() const;  // its text, "" when there is none or its layout is wrong
 
+    // What stands before the daemon's program on the command line that starts it, such as "setpriv"
+    // with its options; it has to become the daemon in place, as the same process.
+    std::vector<std::string> starter;
     void start(const std::string &busAddress, const std::vector<std::string> &settings = {});
 
     // Ends it the orderly way. Fails the test when it had ended before, does not end now, ends with

@@ -6,21 +6,26 @@
 
 namespace support {
 
-static std::string configuration(const std::string &address)
-{
-    return R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>custom</type>
-  <listen>)" +
-           address + R"(</listen>
-  <auth>EXTERNAL</auth>
+static constexpr const char *EVERYTHING = R"(
   <policy context="default">
     <allow user="*"/>
     <allow own="*"/>
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
-  </policy>
+  </policy>)";
+
+static std::string configuration(const std::string &type, const std::string &address,
+                                 const std::string &rules)
+{
+    return R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>)" +
+           type + R"(</type>
+  <listen>)" +
+           address + R"(</listen>
+  <auth>EXTERNAL</auth>)" +
+           rules + R"(
 </busconfig>
 )";
 }
@@ -28,7 +33,18 @@ static std::string configuration(const std::string &address)
 void PrivateBus::start()
 {
     busAddress = "unix:path=" + folder.file("bus").string();
-    folder.write("bus.conf", configuration(busAddress));
+    startWith(configuration("custom", busAddress, EVERYTHING));
+}
+
+void PrivateBus::startAsSystemBus(const std::string &rules)
+{
+    busAddress = "unix:abstract=" + folder.file("bus").string();  // the folder is closed to others
+    startWith(configuration("system", busAddress, rules));
+}
+
+void PrivateBus::startWith(const std::string &configuration)
+{
+    folder.write("bus.conf", configuration);
     broker.start({DBUS_DAEMON_BINARY, "--nofork", "--nopidfile", "--nosyslog", "--print-address=1",
                   "--config-file=" + folder.file("bus.conf").string()},
                  {});

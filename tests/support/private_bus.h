@@ -11,7 +11,9 @@ namespace support {
 
 class PrivateBus {
 public:
-    void start();
+    void start();  // everybody of this user may do everything
+    // One that users other than this one reach; the rules are elements of its configuration.
+    void startAsSystemBus(const std::string &rules);
     void stop();  // as if the bus had crashed
 
     const std::string &address() const
@@ -20,6 +22,8 @@ public:
     }
 
 private:
+    void startWith(const std::string &configuration);
+
     TempDir folder;
     std::string busAddress;
     ChildProcess broker;
