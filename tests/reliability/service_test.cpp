@@ -1,0 +1,155 @@
+// The service of the package: how much of the machine it is exposed to, and that the daemon does
+// its work in there.
+
+#include "support/daemon_on_its_own_bus.h"
+#include "support/push_helpers.h"
+#include "support/scale.h"
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace support;
+using testing::ElementsAre;
+
+static constexpr const char *UNIT = PACKAGING_FOLDER "/app.service";
+static constexpr const char *ANALYZE = "/usr/bin/systemd-analyze";
+static constexpr const char *USER = "bin";  // stands in for the service's own
+static constexpr const char *SWITCH_APP = "com.OvrinTech.switch.app";
+
+class Service : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (access(ANALYZE, X_OK) != 0)
+            GTEST_SKIP() << "no " << ANALYZE;
+    }
+    void analyze(const std::vector<std::string> &arguments)
+    {
+        std::vector<std::string> command = {ANALYZE, "--no-pager"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        program.start(command, {"LC_ALL=C"});
+        const std::optional<int> status = program.waitForEnd(20s);
+        ASSERT_TRUE(status);
+        ASSERT_EQ(*status, 0) << program.output();
+    }
+
+    ChildProcess program;
+};
+
+TEST_F(Service, IsExposedToTwoOfTenAtMost)
+{
+    ASSERT_NO_FATAL_FAILURE(analyze({"security", "--offline=true", "--threshold=20", UNIT}));
+    static constexpr std::string_view BEFORE = "Overall exposure level for app.service: ";
+    const std::string told = program.output();
+    const size_t place = told.find(BEFORE);
+    ASSERT_NE(place, std::string::npos) << told;
+    const double level = std::stod(told.substr(place + BEFORE.size()));
+    figure("exposure", std::lround(10 * level), "tenths");
+}
+
+// Of a key that it does not know systemd says so, and goes on without.
+TEST_F(Service, HoldsOnlyWhatSystemdKnows)
+{
+    const TempDir folder;
+    std::ifstream file(UNIT);
+    std::string text((std::istreambuf_iterator<char>(file)), {});
+    const std::string started = "/usr/sbin/app";
+    ASSERT_NE(text.find(started), std::string::npos);
+    folder.write("app.service", text.replace(text.find(started), started.size(), "/bin/true"));
+    ASSERT_NO_FATAL_FAILURE(analyze({"verify", "--man=no", folder.file("app.service").string()}));
+    EXPECT_THAT(program.output(), testing::Not(testing::HasSubstr("app.service")));
+}
+
+class ServiceSandbox : public ConfigurableDaemon {
+protected:
+    void SetUp() override
+    {
+        if (!SPEED_COUNTS)
+            GTEST_SKIP() << "a sanitizer wants more than the service has";
+        if (geteuid() != 0 || access(ANALYZE, X_OK) != 0 || !getpwnam(USER))
+            GTEST_SKIP() << "only root can, with systemd's tables of system calls";
+        ConfigurableDaemon::SetUp();
+        const std::filesystem::path busFolder =
+            std::filesystem::path(bus.address().substr(bus.address().find('=') + 1)).parent_path();
+        std::filesystem::permissions(busFolder, std::filesystem::perms(0755));
+        giveAway(daemon.data.path());
+        giveAway(helpers.folder.path());
+        for (const char *name :
+             {"ios_push", "gcm_push"}) {  // links lead to where its user cannot go
+            const std::filesystem::path helper = helpers.folder.file(name);
+            const std::filesystem::path target = std::filesystem::read_symlink(helper);
+            std::filesystem::remove(helper);
+            std::filesystem::copy_file(target, helper);
+        }
+        daemon.starter = {"/usr/bin/python3",
+                          IN_SANDBOX,
+                          UNIT,
+                          USER,
+                          "bus=" + busFolder.string(),
+                          "data=" + daemon.data.path().string(),
+                          "helpers=" + helpers.folder.path().string(),
+                          "--"};
+    }
+    static void giveAway(const std::filesystem::path &folder)
+    {
+        const passwd &user = *getpwnam(USER);
+        ASSERT_EQ(chown(folder.c_str(), user.pw_uid, user.pw_gid), 0);
+    }
+    static bool isPossible(const std::vector<std::string> &starter)
+    {
+        static constexpr int CANNOT = 77 << 8;
+        std::vector<std::string> command = starter;
+        command.emplace_back("/bin/true");
+        ChildProcess attempt;
+        attempt.start(command, {});
+        return attempt.waitForEnd(20s) != CANNOT;
+    }
+    int64_t copies(const char *member)
+    {
+        const auto reply = client.call(SWITCH_APP, member, {int32_t{0}});
+        EXPECT_TRUE(eventually([&] { return reply->arrived(); }));
+        return reply->number();
+    }
+    int modeOf(const char *file)
+    {
+        struct stat status {};
+        stat(daemon.data.file(file).c_str(), &status);
+        return static_cast<int>(status.st_mode & 07777);
+    }
+
+    PushHelpers helpers;
+};
+
+TEST_F(ServiceSandbox, LetsTheDaemonDoItsWork)
+{
+    if (!isPossible(daemon.starter))
+        GTEST_SKIP() << "no namespaces, or no libseccomp";
+    platform.set("TUTK_UUID", "ABCDEFGHIJKLMNOPQRST");
+    start({"DBUS_SYSTEM_BUS_ADDRESS=unix:path=/mnt/bus/bus", "APP_DATA_DIR=/mnt/data",
+           "PATH=/mnt/helpers:/usr/bin:/bin", "APP_TEST_HELPERS=/mnt/helpers"});
+    gatewayReady();
+
+    // Saving, and its backups, which a shell copies.
+    ASSERT_EQ(set(R"({"registeredDevices":[{"token":"1","platform":"ios","app_id":"A"},
+                                           {"token":"2","platform":"android","app_id":"B"}]})"),
+              1);
+    EXPECT_NE(daemon.storedSetup(), "");
+    EXPECT_EQ(modeOf("appSetup.json"), 0600);
+    EXPECT_EQ(copies("backupConfig"), 1);
+    EXPECT_EQ(copies("restoreConfig"), 1);
+    EXPECT_EQ(modeOf("appSetup.json_bak"), 0600);
+
+    // Pushes.
+    EXPECT_EQ(callForText("message", "Hello", "com.OvrinTech.message.pushMsg"), "done");
+    ASSERT_TRUE(eventually([&] { return helpers.count() == 2; }));
+    EXPECT_THAT(helpers.commands(),
+                ElementsAre(ElementsAre("ios_push", "A", "1", "ABCDEFGHIJKLMNOPQRST", "Hello"),
+                            ElementsAre("gcm_push", "B", "2", "Hello")));
+
+    // The hardware address: that of the one interface in there.
+    EXPECT_EQ(Json(sdk.events("recent").back().text)["mac"].text(), "00:00:00:00:00:00");
+}
