@@ -16,6 +16,7 @@
 #include <apr_general.h>
 #include <cstdio>
 #include <cstring>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -74,11 +75,24 @@ static void startUp()
     readSettings(pool.get());
 }
 
+// Left alone, the C library keeps the more freed memory the larger the blocks are that were freed,
+// megabytes after one huge message, and that in each of several heaps a processor. There is
+// little memory here, and seldom more than one thread at work.
+static void limitKeptMemory()
+{
+    static constexpr int KILOBYTE = 1024;
+    mallopt(M_MMAP_THRESHOLD, 128 * KILOBYTE);
+    mallopt(M_TRIM_THRESHOLD, 32 * KILOBYTE);
+    mallopt(M_TOP_PAD, 16 * KILOBYTE);
+    mallopt(M_ARENA_MAX, 1);
+}
+
 int main(int argc, char **argv)
 {
     if (argc > 1)
         return answerArguments(argc == 2 ? argv[1] : argv[2]);
 
+    limitKeptMemory();
     umask(S_IRWXG | S_IRWXO);  // what is written, copies by the shell included, holds passwords
     watchJsonMemory();
     blockTickSignals();
