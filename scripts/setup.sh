@@ -30,6 +30,7 @@ psmisc               run   killall, which the daemon calls when it crashes
 python3              test  results computed a second time, by the programs of tests/oracles
 binutils             test  what a program is hardened with
 systemd              test  what the service is exposed to
+dbus-tests           test  floods on the private bus
 tzdata               test  time zones with their clock changes
 clang                test  analysis of the locks
 libclang-rt-dev      test  fuzzing

@@ -12,6 +12,8 @@ static constexpr const char *EVERYTHING = R"(
     <allow own="*"/>
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
+    <allow send_requested_reply="false"/>
+    <allow receive_requested_reply="false"/>
   </policy>)";
 
 static std::string configuration(const std::string &type, const std::string &address,

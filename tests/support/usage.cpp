@@ -1,0 +1,147 @@
+#include "support/usage.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <linux/futex.h>
+#include <sstream>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace support {
+
+static constexpr const char *NAME = "heap";
+
+static std::string folderOf(pid_t process)
+{
+    return "/proc/" + std::to_string(process);
+}
+
+static size_t entriesOf(const std::string &path)
+{
+    size_t count = 0;
+    std::error_code gone;
+    for (const auto &entry : std::filesystem::directory_iterator(path, gone)) {
+        (void)entry;
+        ++count;
+    }
+    return count;
+}
+
+size_t threadsOf(pid_t process)
+{
+    return entriesOf(folderOf(process) + "/task");
+}
+
+size_t descriptorsOf(pid_t process)
+{
+    return entriesOf(folderOf(process) + "/fd");
+}
+
+int64_t residentKilobytesOf(pid_t process)
+{
+    std::ifstream rollup(folderOf(process) + "/smaps_rollup");
+    for (std::string word; rollup >> word;) {
+        int64_t kilobytes;
+        if (word == "Rss:" && rollup >> kilobytes)
+            return kilobytes;
+    }
+    ADD_FAILURE() << "the memory of " << process << " cannot be read";
+    return 0;
+}
+
+static bool isZombie(const std::string &child)
+{
+    std::ifstream file("/proc/" + child + "/stat");
+    std::string line;
+    std::getline(file, line);
+    const size_t name = line.rfind(')');  // a name may hold anything
+    return name != std::string::npos && line.compare(name, 4, ") Z ") == 0;
+}
+
+size_t zombiesOf(pid_t process)
+{
+    size_t count = 0;
+    std::error_code gone;
+    for (const auto &task :
+         std::filesystem::directory_iterator(folderOf(process) + "/task", gone)) {
+        std::ifstream children(task.path() / "children");
+        for (std::string child; children >> child;)
+            count += isZombie(child) ? 1 : 0;
+    }
+    return count;
+}
+
+// More at once than are kept, and each too large to be kept itself.
+void emptyMessageCache(Client &client)
+{
+    static constexpr int MESSAGES = 30;
+    const std::string text(20'000, 'x');
+    const char *word = text.c_str();
+    client.peer.busThread()->run([&] {
+        for (int i = 0; i < MESSAGES; ++i) {
+            const Message message(dbus_message_new_method_call(
+                "com.ovrinbus.app", "/", "com.OvrinTech.app", "jsongettitles"));
+            dbus_message_set_no_reply(message.get(), TRUE);  // the bus counts who waits for one
+            dbus_message_append_args(message.get(), DBUS_TYPE_STRING, &word, DBUS_TYPE_INVALID);
+            client.peer.send(message.get());
+        }
+    });
+}
+
+// As tests/preload/heap_probe.cpp has it.
+struct HeapReport {
+    uint32_t asked;
+    uint32_t answered;
+    uint64_t inUse;
+};
+
+HeapProbe::HeapProbe()
+{
+    folder.write(NAME, std::string(sizeof(HeapReport), '\0'));
+    const int file = open(folder.file(NAME).c_str(), O_RDWR | O_CLOEXEC);
+    void *mapped = mmap(nullptr, sizeof(HeapReport), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    close(file);
+    if (mapped != MAP_FAILED)
+        report = static_cast<HeapReport *>(mapped);
+    else
+        ADD_FAILURE() << "no look into the heap: " << strerror(errno);
+}
+
+HeapProbe::~HeapProbe()
+{
+    if (report)
+        munmap(report, sizeof *report);
+}
+
+std::vector<std::string> HeapProbe::settings() const
+{
+    if (!SPEED_COUNTS)
+        return {};
+    return {
+        "LD_PRELOAD=" HEAP_PROBE,
+        "APP_TEST_HEAP=" + folder.file(NAME).string(),
+        "GLIBC_TUNABLES=glibc.malloc.tcache_count=0",
+    };
+}
+
+int64_t HeapProbe::bytesInUse()
+{
+    if (!SPEED_COUNTS || !report)
+        return 0;
+    const uint32_t question = __atomic_add_fetch(&report->asked, 1, __ATOMIC_RELEASE);
+    syscall(SYS_futex, &report->asked, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+    const auto answered = [&] {
+        return __atomic_load_n(&report->answered, __ATOMIC_ACQUIRE) == question;
+    };
+    EXPECT_TRUE(eventually(answered)) << "the heap cannot be looked into";
+    return static_cast<int64_t>(report->inUse);
+}
+
+}  // namespace support

@@ -1,0 +1,44 @@
+// What a program takes of the machine, looked at from outside while it runs.
+
+#pragma once
+
+#include "support/client.h"
+#include "support/temp_dir.h"
+
+#include <cstdint>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace support {
+
+size_t threadsOf(pid_t process);
+size_t descriptorsOf(pid_t process);
+int64_t residentKilobytesOf(pid_t process);
+size_t zombiesOf(pid_t process);  // children that have ended and that it has not waited for
+
+// The bus library keeps a few messages for the next ones, each as large as the largest it has held:
+// afterwards the daemon keeps none, until the next ones.
+void emptyMessageCache(Client &client);
+
+// Looks into the heap of a program that it is preloaded into. A sanitizer has a heap of its own: it
+// is left alone, and counts as empty.
+class HeapProbe {
+public:
+    HeapProbe();
+    ~HeapProbe();
+    HeapProbe(const HeapProbe &) = delete;
+    HeapProbe &operator=(const HeapProbe &) = delete;
+
+    // For the environment of the program. What threads keep for themselves of what they have freed
+    // would count as in use: they keep nothing.
+    std::vector<std::string> settings() const;
+
+    int64_t bytesInUse();
+
+private:
+    struct HeapReport *report = nullptr;
+    TempDir folder;
+};
+
+}  // namespace support
