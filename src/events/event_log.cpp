@@ -168,3 +168,9 @@ MacroEventLog *addMacroEventLogInAlarm()
     log->scene = copyText("Home Security Alarm");
     return enterMacroEventLog(log);
 }
+
+void continueEventSequence(uint64_t last)
+{
+    const MutexLock lock(eventLog_mutex);
+    lastSequence = last;
+}

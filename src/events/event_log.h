@@ -73,3 +73,6 @@ MacroEventLog *addMacroEventLog(const TriggerThrData *data, const Scene *scene);
 
 // The same for an alarm: no macro, and "Home Security Alarm" for the scene.
 MacroEventLog *addMacroEventLogInAlarm();
+
+// For tests: the next event gets the number after this one.
+void continueEventSequence(uint64_t last);

@@ -6,10 +6,14 @@
 #include "main/settings.h"
 #include "main/stored_file.h"
 #include "scene/housekeeping.h"
+#include "support/scale.h"
 
+#include <algorithm>
 #include <apr_general.h>
+#include <atomic>
 #include <cstring>
 #include <functional>
+#include <thread>
 
 class Journal : public testing::Test {
 protected:
@@ -275,6 +279,83 @@ TEST(Serialized, NothingIsNothing)
     EXPECT_EQ(macroEventLogToJson(nullptr), nullptr);
     EXPECT_EQ(logLines(), (std::vector<LogLine>{{6, "eventLogToJson", "eLog is NULL\n"},
                                                 {6, "macroEventLogToJson", "log  is NULL\n"}}));
+}
+
+// What a client that asks from that number gets, as the records' numbers.
+static std::vector<uint32_t> numbersFrom(apr_pool_t *pool, uint32_t sequence)
+{
+    const Value document(eventLogsToStrBySeq(&eventLogListHead, sequence, pool));
+    const json_t *events = json_object_get(document, "eventLog");
+    std::vector<uint32_t> result;
+    for (size_t i = 0; i < json_array_size(events); ++i)
+        result.push_back(static_cast<uint32_t>(
+            json_integer_value(json_object_get(json_array_get(events, i), "sequence"))));
+    return result;
+}
+
+TEST_F(Journal, CountsOnFromZeroWhenTheNumbersHaveRunOut)
+{
+    continueEventSequence(UINT32_MAX - 2);
+    for (int i = 0; i < 4; ++i)
+        add(5001);
+    EXPECT_THAT(numbersFrom(pool, 0), testing::ElementsAre(UINT32_MAX - 1, UINT32_MAX, 0, 1));
+    EXPECT_THAT(numbersFrom(pool, UINT32_MAX), testing::ElementsAre(UINT32_MAX));
+    EXPECT_THAT(numbersFrom(pool, 1), testing::ElementsAre(UINT32_MAX - 1, UINT32_MAX, 1));
+}
+
+TEST_F(Journal, KeepsItsCapacityAndOrderAcrossTheWrap)
+{
+    static constexpr uint32_t BEFORE = 120;
+    continueEventSequence(uint64_t{UINT32_MAX} - BEFORE);
+    for (int i = 0; i < 300; ++i)
+        add(5001);
+    const std::vector<uint32_t> numbers = numbersFrom(pool, 0);
+    ASSERT_EQ(numbers.size(), 200u);
+    for (size_t i = 1; i < numbers.size(); ++i)
+        EXPECT_EQ(numbers[i], numbers[i - 1] + 1);
+    EXPECT_EQ(numbers.back(), 300 - BEFORE - 1);
+}
+
+// Each read sees the journal at one moment: numbers without a gap up to the newest.
+TEST_F(Journal, IsReadWholeBesideWrites)
+{
+    static constexpr int READERS = 3;
+    static constexpr uint32_t NEWEST = 5;
+    const int reads = support::inFull(1'000'000, 5'000) / READERS;
+    std::atomic<uint32_t> newest = 0;
+    std::atomic<bool> over = false;
+    std::thread writer([&] {
+        while (!over) {
+            LoggedEvent logged = {};
+            addEventLog(5001, 5, 1, R"({"a":1})", nullptr, nullptr, &logged);
+            freeMacroEventLog(addMacroEventLogInAlarm());
+            ++newest;
+        }
+    });
+    const auto read = [&] {
+        apr_pool_t *own = nullptr;
+        apr_pool_create(&own, nullptr);
+        for (int i = 0; i < reads; ++i) {
+            const uint32_t from = std::max(newest.load(), NEWEST) - NEWEST;
+            const std::vector<uint32_t> numbers = numbersFrom(own, from);
+            for (size_t j = 1; j < numbers.size(); ++j)
+                ASSERT_EQ(numbers[j], numbers[j - 1] + 1);
+            EXPECT_NE(macroEventLogsToStrBySeq(&macroEventLogListHead, from, own), nullptr);
+            EXPECT_NE(genRecentEvent(own), nullptr);
+            apr_pool_clear(own);
+            forgetLog();
+        }
+        apr_pool_destroy(own);
+    };
+    std::vector<std::thread> readers;
+    for (int i = 0; i < READERS; ++i)
+        readers.emplace_back(read);
+    for (std::thread &reader : readers)
+        reader.join();
+    over = true;
+    writer.join();
+    EXPECT_GT(newest, 0u);
+    support::figure("written_meanwhile", newest, "");
 }
 
 TEST(Filter, MatchesWithItsNegativeFieldsAnything)
