@@ -202,6 +202,14 @@ void Peer::own(const std::string &name, unsigned flags)
     });
 }
 
+void Peer::disown(const std::string &name)
+{
+    thread->run([&] {
+        const int result = dbus_bus_release_name(handle, name.c_str(), nullptr);
+        EXPECT_EQ(result, DBUS_RELEASE_NAME_REPLY_RELEASED) << name;
+    });
+}
+
 void Peer::subscribe(const std::string &rule)
 {
     thread->run([&] {

@@ -84,6 +84,7 @@ public:
     }
 
     void own(const std::string &name, unsigned flags = 0);
+    void disown(const std::string &name);
     void subscribe(const std::string &rule);
     bool nameHasOwner(const std::string &name);
 

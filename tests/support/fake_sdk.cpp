@@ -23,6 +23,16 @@ void FakeSdk::leave()
     peer.leave();
 }
 
+void FakeSdk::giveUpName()
+{
+    peer.disown(NAME);
+}
+
+void FakeSdk::takeNameBack()
+{
+    peer.own(NAME);
+}
+
 void FakeSdk::set(const Device &device)
 {
     const std::lock_guard lock(mutex);

@@ -46,6 +46,9 @@ class FakeSdk {
 public:
     void join(BusThread &thread, const std::string &address);
     void leave();
+    // Without its name nobody calls it; it hears what is broadcast all the same.
+    void giveUpName();
+    void takeNameBack();
 
     void set(const Device &device);
     void remove(int64_t uid);
