@@ -39,8 +39,8 @@ protected:
     {
         startWith(SETUP, settings);
         gatewayReady();
-        expectTheGoodAnswerUsed();  // whatever is started once has been
         threads = countThreads();
+        expectNothingLeft();
     }
     size_t countThreads() const
     {
