@@ -107,12 +107,12 @@ protected:
         EXPECT_TRUE(eventually([&] { return countThreads() == threads; }))
             << countThreads() << " threads, " << threads << " before";
     }
-    void expectQuick(Moment since)
+    void expectQuick(Moment since, int64_t limit = TIME_OUT / 2)
     {
         const int64_t took = millisecondsBetween(since, Clock::now());
         longest = std::max(longest, took);
         if (SPEED_COUNTS) {
-            EXPECT_LT(took, TIME_OUT / 2);
+            EXPECT_LT(took, limit);
         }
     }
 
@@ -224,7 +224,7 @@ TEST_F(SdkFaults, RestartsBetweenEventsAreNotNoticed)
 // Five megabytes of devices; a tenth of it where a sanitizer reads along.
 static std::string largeTown()
 {
-    static constexpr int64_t DEVICES = SPEED_COUNTS ? 12'000 : 1'200;
+    static constexpr int64_t DEVICES = SPEED_COUNTS ? 15'500 : 1'550;
     DeviceTable town{{5, device(5, 0, DOOR, 255)}};
     for (int64_t uid = 1000; uid < 1000 + DEVICES; ++uid)
         town[uid] = device(uid, 0, SWITCH);
@@ -280,7 +280,7 @@ TEST_P(SdkRubbish, InItsAnswersIsAnUnknownDeviceAtWorst)
             }));
             EXPECT_EQ(recent().back()["productCode"].integer(), -1);
         }
-        expectQuick(sent);
+        expectQuick(sent, 2 * TIME_OUT);  // to read megabytes takes its time
     }
     EXPECT_EQ(macroEvents().size(), macros);
     eventWithPayload(1001, 5, 0, 0, "");  // all devices anew: that is rubbish, too
