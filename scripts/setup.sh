@@ -36,6 +36,8 @@ clang                test  analysis of the locks
 libclang-rt-dev      test  fuzzing
 libbenchmark-dev     test  benchmarks
 clang-format         test  format of the sources
+clang-tidy           test  faults in the sources
+cppcheck             test  faults in the sources
 shellcheck           test  check of the scripts
 '
 
