@@ -26,7 +26,7 @@ daemon, the simulated home and the platform:
 
 Where one of them is wrong, the source says so, and why:
 
-  // NOLINT(the-check): why             or NOLINTNEXTLINE, on the line above
+  // NOLINT(the-check): why             or NOLINTNEXTLINE above; NOLINTBEGIN and NOLINTEND
   // cppcheck-suppress theCheck ; why   on the line above
 
   --verbose    show every command
@@ -54,7 +54,7 @@ run_cppcheck()
 # False when a source is silenced without saying where it is wrong to listen, and why; names it.
 check_reasons()
 {
-    local given='NOLINT(NEXTLINE)?\([a-z0-9,.-]+\): [^ ]|cppcheck-suppress [A-Za-z]+ ; [^ ]'
+    local given='NOLINT(NEXTLINE|BEGIN|END)?\([a-z0-9,.-]+\): [^ ]|cppcheck-suppress [A-Za-z]+ ; [^ ]'
     ! grep -rnE --include='*.cpp' --include='*.h' 'NOLINT|cppcheck-suppress' "${FOLDERS[@]}" |
         grep -vE "$given" >&2
 }

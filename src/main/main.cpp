@@ -81,10 +81,12 @@ static void startUp()
 static void limitKeptMemory()
 {
     static constexpr int KILOBYTE = 1024;
+    // NOLINTBEGIN(concurrency-mt-unsafe): there are no other threads yet
     mallopt(M_MMAP_THRESHOLD, 128 * KILOBYTE);
     mallopt(M_TRIM_THRESHOLD, 32 * KILOBYTE);
     mallopt(M_TOP_PAD, 16 * KILOBYTE);
     mallopt(M_ARENA_MAX, 1);
+    // NOLINTEND(concurrency-mt-unsafe): from here on there may be
 }
 
 int main(int argc, char **argv)
