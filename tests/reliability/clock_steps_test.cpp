@@ -130,7 +130,7 @@ protected:
     }
     void expectWithin(int64_t took, int64_t wanted)
     {
-        EXPECT_GE(took, wanted - 50);
+        EXPECT_GE(took, wanted - inFull(50, 250));  // the earlier moment may be heard late
         if (SPEED_COUNTS) {
             EXPECT_LE(took, wanted + MARGIN);
         }
@@ -195,8 +195,8 @@ TEST_F(ClockSteps, InASceneKeepWhatIsPlannedForItsMomentOfTheClock)
     throughSteps(3, [&](const ClockStep &step) {
         callForText("doscene", "Six");
         ASSERT_TRUE(eventually([&] { return lampsSent() >= 2; }));
-        const size_t sentBefore = lampsSent();
         take(step);
+        const size_t sentBefore = lampsSent();
         expectAFreshSceneOnTime();
         if (step.isBackwards()) {
             EXPECT_LE(lampsSent(), sentBefore + 1) << "the rest is planned for later";
@@ -222,7 +222,7 @@ TEST_F(ClockSteps, InASceneKeepWhatIsPlannedForItsMomentOfTheClock)
         for (const Heard &heard : sdk.commands()) {
             if (heard.text != FRESH)
                 sent.push_back(heard.text);
-            if (SPEED_COUNTS && before != Moment()) {
+            if (inFull() && SPEED_COUNTS && before != Moment()) {
                 EXPECT_GE(millisecondsBetween(before, heard.at), 60);
             }
             before = heard.at;
@@ -243,9 +243,9 @@ TEST_F(ClockSteps, InAMacroChangeNoWait)
         ASSERT_TRUE(eventually([&] { return sdk.heard(LAMP_ON); }));
         takeBack(step);
         ASSERT_TRUE(eventually([&] { return sdk.heard(LAMP_BACK); }));
-        // The control wait, and the gap before each of the two.
+        // The control wait, and the gap before the command.
         expectWithin(millisecondsBetween(sdk.events("MacroEvent")[0].at, momentOf(LAMP_BACK)),
-                     1000 + 200);
+                     1200);
         EXPECT_EQ(sdk.commandTexts(), (std::vector<std::string>{LAMP_ON, LAMP_BACK}));
         EXPECT_TRUE(daemon.eventuallyLogged(" end\n"));
         expectAFreshSceneOnTime();
