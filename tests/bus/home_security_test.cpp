@@ -395,14 +395,13 @@ static unsigned everyDayButTodayAndTomorrow()
     return 127u & ~(1u << today) & ~(1u << ((today + 1) % 7));
 }
 
-struct ScheduleCase {
+struct ArmedHours {
     const char *name;
     std::string (*schedule)();
     bool guards;
 };
 
-class HomeSecuritySchedule : public HomeSecurity,
-                             public testing::WithParamInterface<ScheduleCase> {};
+class HomeSecuritySchedule : public HomeSecurity, public testing::WithParamInterface<ArmedHours> {};
 
 TEST_P(HomeSecuritySchedule, GuardsTheHomeWhileItIsInForce)
 {
@@ -414,16 +413,15 @@ TEST_P(HomeSecuritySchedule, GuardsTheHomeWhileItIsInForce)
 INSTANTIATE_TEST_SUITE_P(
     Schedules, HomeSecuritySchedule,
     testing::Values(
-        ScheduleCase{"OfAllHours", [] { return window(0, 23); }, true},
-        ScheduleCase{"AroundNow", [] { return windowFromNow(-2, 2); }, true},
-        ScheduleCase{"OfLater", [] { return windowFromNow(2, 4); }, false},
-        ScheduleCase{"OfEarlier", [] { return windowFromNow(-4, -2); }, false},
-        ScheduleCase{"OfOtherDays", [] { return window(0, 23, 59, everyDayButTodayAndTomorrow()); },
-                     false},
-        ScheduleCase{"ThatIsDisabled", [] { return window(0, 23, 59, 127, 0); }, false},
-        ScheduleCase{"ThatIsNotForHomeSecurity", [] { return window(0, 23, 59, 127, 1, 0); },
-                     false},
-        ScheduleCase{"OfAnotherHomeSecurity", [] { return window(0, 23, 59, 127, 1, 2); }, false}),
+        ArmedHours{"OfAllHours", [] { return window(0, 23); }, true},
+        ArmedHours{"AroundNow", [] { return windowFromNow(-2, 2); }, true},
+        ArmedHours{"OfLater", [] { return windowFromNow(2, 4); }, false},
+        ArmedHours{"OfEarlier", [] { return windowFromNow(-4, -2); }, false},
+        ArmedHours{"OfOtherDays", [] { return window(0, 23, 59, everyDayButTodayAndTomorrow()); },
+                   false},
+        ArmedHours{"ThatIsDisabled", [] { return window(0, 23, 59, 127, 0); }, false},
+        ArmedHours{"ThatIsNotForHomeSecurity", [] { return window(0, 23, 59, 127, 1, 0); }, false},
+        ArmedHours{"OfAnotherHomeSecurity", [] { return window(0, 23, 59, 127, 1, 2); }, false}),
     caseName);
 
 TEST_F(HomeSecurity, SoundsInAScheduleAsWhenItIsArmed)

@@ -9,16 +9,6 @@
 using namespace support;
 using testing::ElementsAre;
 
-static std::string quoted(const std::string &text)
-{
-    json_t *value = json_stringn(text.data(), text.size());
-    char *dumped = json_dumps(value, JSON_ENCODE_ANY);
-    const std::string result = dumped ? dumped : "";
-    free(dumped);
-    json_decref(value);
-    return result;
-}
-
 // Texts that mean something to a shell, to a formatter or to JSON. "%F" stands for a file that
 // nobody may make.
 struct HostileText {

@@ -166,15 +166,6 @@ protected:
         }
         return result.empty() ? "$" : result;
     }
-    static std::string quoted(const std::string &text)
-    {
-        json_t *value = json_stringn(text.data(), text.size());
-        char *dumped = json_dumps(value, JSON_ENCODE_ANY);
-        const std::string result = dumped ? dumped : "";
-        free(dumped);
-        json_decref(value);
-        return result;
-    }
     // A device's name is kept up to the character before its parenthesis, by bytes, and whole.
     static std::string asChannelName(const std::string &text)
     {

@@ -4,16 +4,6 @@
 
 namespace support {
 
-static std::string quoted(const std::string &text)
-{
-    json_t *string = json_stringn_nocheck(text.data(), text.size());
-    char *dumped = json_dumps(string, JSON_ENCODE_ANY);
-    const std::string result = dumped ? dumped : "\"\"";
-    free(dumped);
-    json_decref(string);
-    return result;
-}
-
 static std::string member(const std::string &key, int64_t value)
 {
     return quoted(key) + ":" + std::to_string(value) + ",";

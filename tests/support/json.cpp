@@ -84,4 +84,14 @@ void PrintTo(const Json &json, std::ostream *stream)
     *stream << json.dump();
 }
 
+std::string quoted(const std::string &text)
+{
+    json_t *string = json_stringn_nocheck(text.data(), text.size());
+    char *dumped = json_dumps(string, JSON_ENCODE_ANY);
+    const std::string result = dumped ? dumped : "\"\"";
+    free(dumped);
+    json_decref(string);
+    return result;
+}
+
 }  // namespace support

@@ -54,4 +54,7 @@ private:
 
 void PrintTo(const Json &json, std::ostream *stream);
 
+// A text as JSON writes it, with its quotes; bytes that are no UTF-8 stay as they are.
+std::string quoted(const std::string &text);
+
 }  // namespace support
