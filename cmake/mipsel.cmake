@@ -24,6 +24,8 @@ set(ENV{PKG_CONFIG_SYSROOT_DIR} ${APP_SYSROOT})
 set(ENV{PKG_CONFIG_LIBDIR} ${SYSROOT_LIBRARIES}/pkgconfig:${APP_SYSROOT}/usr/share/pkgconfig)
 set(CMAKE_EXE_LINKER_FLAGS_INIT
     "-L${SYSROOT_LIBRARIES} -Wl,-rpath-link,${SYSROOT_LIBRARIES}:${APP_SYSROOT}/lib/mipsel-linux-gnu")
+# The linker would keep segments 64 KiB apart in the file, for kernels with pages that large.
+string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -Wl,-z,max-page-size=16384")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT ${CMAKE_EXE_LINKER_FLAGS_INIT})
 set(CMAKE_MODULE_LINKER_FLAGS_INIT ${CMAKE_EXE_LINKER_FLAGS_INIT})
 
