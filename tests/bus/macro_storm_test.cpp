@@ -12,7 +12,7 @@ using namespace support;
 
 static constexpr uint16_t REPORT = 5001;
 static constexpr int MACROS = 50;
-static constexpr size_t EVENTS = SPEED_COUNTS ? 200 : 50;
+static const size_t EVENTS = SPEED_COUNTS ? 200 : 50;
 static constexpr int64_t FIRST_LAMP = 100;
 static constexpr int64_t AS_IT_WAS = 7;
 static constexpr Milliseconds LONG = 60s;

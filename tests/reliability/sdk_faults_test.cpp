@@ -225,7 +225,7 @@ TEST_F(SdkFaults, RestartsBetweenEventsAreNotNoticed)
 // Five megabytes of devices; a tenth of it where a sanitizer reads along.
 static std::string largeTown()
 {
-    static constexpr int64_t DEVICES = SPEED_COUNTS ? 15'500 : 1'550;
+    static const int64_t DEVICES = SPEED_COUNTS ? 15'500 : 1'550;
     DeviceTable town{{5, device(5, 0, DOOR, 255)}};
     for (int64_t uid = 1000; uid < 1000 + DEVICES; ++uid)
         town[uid] = device(uid, 0, SWITCH);

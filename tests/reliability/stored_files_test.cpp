@@ -13,7 +13,7 @@ static constexpr const char *SETUP_FILE = "appSetup.json";
 static constexpr const char *RESUME_FILE = "scheduleResumeScene.json";
 static constexpr size_t FIRST_BYTES = 64;
 static constexpr size_t LENGTH_FIELD = 4;
-static constexpr size_t LARGE = SPEED_COUNTS ? 50'000'000 : 1'000'000;
+static const size_t LARGE = SPEED_COUNTS ? 50'000'000 : 1'000'000;
 
 // Something in every list, more than once.
 static std::string configuration()

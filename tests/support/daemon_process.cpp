@@ -6,11 +6,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sys/syscall.h>
 
 namespace support {
 
 static constexpr const char *SETUP = "appSetup.json";
 static constexpr size_t TAIL = 6000;
+static constexpr const char *LAST_OF_START_UP = "scene_int_mutex addr: ";
 
 static constexpr const char *COMPLAINTS[] = {
     "ERROR: AddressSanitizer", "LeakSanitizer",          "WARNING: ThreadSanitizer",
@@ -65,8 +67,19 @@ static uint64_t signalSet(pid_t pid, const std::string &name)
     return 0;
 }
 
+// What the main thread of PID waits in, -1 when it runs.
+static long systemCall(pid_t pid)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/syscall");
+    long number = -1;
+    return file >> number ? number : -1;
+}
+
 bool DaemonProcess::inMainLoop() const
 {
+    // The kernel knows only the emulator's own signals.
+    if (emulated())
+        return logged(LAST_OF_START_UP) && systemCall(pid()) == SYS_ppoll;
     const auto bit = [](int number) { return uint64_t{1} << (number - 1); };
     return (signalSet(pid(), "SigCgt") & bit(SIGTERM)) != 0 &&
            (signalSet(pid(), "SigBlk") & bit(SIGUSR1)) == 0;

@@ -9,11 +9,18 @@ namespace support {
 
 // Conditions that nobody announces (a file, a child's end) are looked at this often.
 static constexpr Milliseconds LOOK_AGAIN = 10ms;
+static constexpr double EMULATION_FACTOR = 4;
 
 // Never destroyed: threads that announce changes may run on while the process ends.
 static std::mutex &changeMutex = *new std::mutex;
 static std::condition_variable &changed = *new std::condition_variable;
 static uint64_t changes = 0;
+
+bool emulated()
+{
+    static const bool answer = EMULATED || getenv("APP_TEST_DAEMON") != nullptr;
+    return answer;
+}
 
 void somethingChanged()
 {
@@ -29,7 +36,7 @@ Milliseconds patience(Milliseconds limit)
     static const double factor = [] {
         const char *text = getenv("APP_TEST_PATIENCE");
         const double asked = text ? atof(text) : 0;
-        return (asked > 0 ? asked : 1) * TIME_FACTOR;
+        return (asked > 0 ? asked : 1) * (emulated() ? EMULATION_FACTOR : TIME_FACTOR);
     }();
     return Milliseconds(static_cast<int64_t>(static_cast<double>(limit.count()) * factor));
 }

@@ -16,17 +16,23 @@ using Moment = Clock::time_point;
 using Milliseconds = std::chrono::milliseconds;
 using namespace std::chrono_literals;
 
-// A sanitizer makes the daemon several times slower: an upper bound on its speed says nothing then,
-// and whoever waits for it waits longer.
 #ifdef UNDER_SANITIZER
-inline constexpr bool SPEED_COUNTS = false;
+inline constexpr bool SANITIZED = true;
 #else
-inline constexpr bool SPEED_COUNTS = true;
+inline constexpr bool SANITIZED = false;
 #endif
+
+// Whether the device's own program is tested, run by an emulator: this one, or the daemon, which
+// APP_TEST_DAEMON names then.
+bool emulated();
+
+// A sanitizer and an emulator make the daemon several times slower: an upper bound on its speed, or
+// on the memory around it, says nothing then, and whoever waits for it waits longer.
+inline const bool SPEED_COUNTS = !SANITIZED && !emulated();
 
 // Long rows of like cases are gone through one by one, and in steps where each takes several times
 // as long.
-inline constexpr size_t CASE_STEP = SPEED_COUNTS ? 1 : 13;
+inline constexpr size_t CASE_STEP = SANITIZED ? 13 : 1;
 
 // A time-out that the build and the environment variable APP_TEST_PATIENCE (a factor) stretch.
 Milliseconds patience(Milliseconds limit);

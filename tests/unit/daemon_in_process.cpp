@@ -100,13 +100,25 @@ void failThread(int n)
     untilThreadFailure = n;
 }
 
+static std::atomic<bool> noThreads;
+
+NoThreads::NoThreads()
+{
+    noThreads = true;
+}
+
+NoThreads::~NoThreads()
+{
+    noThreads = false;
+}
+
 using ThreadBody = void *(void *);
 extern "C" int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                                      ThreadBody *body, void *argument);
 extern "C" int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                                      ThreadBody *body, void *argument)
 {
-    if (untilThreadFailure > 0 && --untilThreadFailure == 0)
+    if (noThreads || (untilThreadFailure > 0 && --untilThreadFailure == 0))
         return EAGAIN;
     return __real_pthread_create(thread, attributes, body, argument);
 }

@@ -40,6 +40,15 @@ void failJsonAllocation(int n);
 // off.
 void failThread(int n);
 
+// The daemon creates no thread as long as this lives.
+class NoThreads {
+public:
+    NoThreads();
+    ~NoThreads();
+    NoThreads(const NoThreads &) = delete;
+    NoThreads &operator=(const NoThreads &) = delete;
+};
+
 // A JSON value that frees itself, from its text.
 class Value {
 public:

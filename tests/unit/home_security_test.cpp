@@ -15,7 +15,6 @@
 #include "main/json_memory.h"
 #include "main/scope.h"
 #include "scene/runner.h"
-#include "support/no_threads.h"
 #include "support/temp_dir.h"
 
 #include <atomic>
@@ -453,7 +452,7 @@ TEST_F(AnAlarm, ThatGetsNoThreadIsGivenUp)
 {
     arm();
     {
-        const support::NoThreads now;
+        const NoThreads now;
         openDoor();
     }
     EXPECT_EQ(logged("pthread_create fail\n"), 1u);

@@ -7,7 +7,6 @@
 #include "daemon_in_process.h"
 #include "main/json_memory.h"
 #include "main/scope.h"
-#include "support/no_threads.h"
 #include "support/push_helpers.h"
 #include "support/scale.h"
 
@@ -159,7 +158,7 @@ TEST_F(Push, ThatGetsNoThreadWaitsForTheNextPush)
 {
     registerPhones(R"([{"token":"T","platform":"ios"}])");
     {
-        const support::NoThreads now;
+        const NoThreads now;
         EXPECT_EQ(sendPushMsg(pool, "first", UUID), 1);
         EXPECT_EQ(sendPushMsg(pool, "second", UUID), 1);
     }
@@ -250,7 +249,7 @@ TEST_F(Push, WaitsInAtMostEightMegabytes)
     static constexpr size_t PUSHES = 2500;
     registerPhones(R"([{"token":"T","platform":"ios"}])");
     const std::string text(4000, 'x');
-    const support::NoThreads none;
+    const NoThreads none;
     for (size_t i = 0; i < PUSHES; ++i)
         EXPECT_EQ(sendPushMsg(pool, text.c_str(), UUID), 1);
     const std::vector<LogLine> lines = logLines();

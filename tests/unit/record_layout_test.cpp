@@ -215,9 +215,11 @@ TEST(Records, HaveFieldsOfTheirSizes)
     SUCCEED();
 }
 
+// With a word of 32 bits, what aligns the 64-bit members may come after it.
 template <typename Record> static constexpr bool endsAfter(size_t nodeOffset)
 {
-    return nodeOffset + sizeof(ListNode) == sizeof(Record);
+    const size_t end = nodeOffset + sizeof(ListNode);
+    return end <= sizeof(Record) && sizeof(Record) - end < alignof(Record);
 }
 
 TEST(Records, EndWithTheirNode)
