@@ -100,9 +100,11 @@ static HandlerResult answerLog(DBusConnection *connection, DBusMessage *message,
     return HANDLED;
 }
 
+// atoi says nothing of what an int cannot hold, and stops at 2^31 where a long has 32 bits. The
+// numbers of the journals go on.
 static uint32_t sequenceNumber(const char *text)
 {
-    return static_cast<uint32_t>(atoi(text));
+    return static_cast<uint32_t>(strtoll(text, nullptr, 10));
 }
 
 static char *events(const char *sequence, apr_pool_t *pool)

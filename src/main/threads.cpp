@@ -11,7 +11,11 @@ int createThread(pthread_t *thread, void *(*body)(void *), void *argument)
     for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
         sigdelset(&blocked, fault);
     pthread_sigmask(SIG_BLOCK, &blocked, &before);
-    const int failure = pthread_create(thread, nullptr, body, argument);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, STACK_BYTES);
+    const int failure = pthread_create(thread, &attributes, body, argument);
+    pthread_attr_destroy(&attributes);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return failure;
 }
