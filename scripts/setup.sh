@@ -6,8 +6,8 @@
 # shellcheck source=scripts/messages.sh
 source "$(dirname "${BASH_SOURCE[0]}")/messages.sh"
 
-# One row a package: its name, the first front door that needs it (`./test` needs the rows of
-# `./run` as well), and what for. GoogleTest stands under `run` because both doors share one build
+# One row a package: its name, the door that needs it, and what for. Each door needs the rows of those
+# that its name ends with as well, and all need those of `run`. GoogleTest stands under `run` because both doors share one build
 # folder, and configuring it looks for every library.
 PACKAGE_TABLE='
 g++                  run   compiler
@@ -39,6 +39,8 @@ clang-format         test  format of the sources
 clang-tidy           test  faults in the sources
 cppcheck             test  faults in the sources
 shellcheck           test  check of the scripts
+g++-mipsel-linux-gnu target-test  compiler for the device
+qemu-user            target-test  runs its programs on this machine
 '
 
 # packages_for DOOR: the names of its packages, one a line.
@@ -46,7 +48,7 @@ packages_for()
 {
     local name door
     while read -r name door _; do
-        [[ -n $name && ($door == run || $1 == test) ]] && echo "$name"
+        [[ -n $name && ($door == run || $1 == *"$door") ]] && echo "$name"
     done <<<"$PACKAGE_TABLE"
     return 0
 }
@@ -134,8 +136,7 @@ install_packages()
         show_apt_progress
 }
 
-# ensure_packages DOOR FOLDER: installs what the door (`run` or `test`) needs and the machine lacks;
-# the log goes to the folder. PACKAGES_INSTALLED says afterwards whether anything was.
+# ensure_packages DOOR FOLDER: installs what the door needs and the machine lacks; the log goes to the folder. PACKAGES_INSTALLED says afterwards whether anything was.
 ensure_packages()
 {
     local log=$2/setup.log system=this wanted missing
@@ -169,10 +170,10 @@ ensure_packages()
 setup_help()
 {
     cat <<END
-Usage: scripts/setup.sh [run|test]
+Usage: scripts/setup.sh [run|test|target-test]
 
-Installs the Debian 12 packages that ./run or ./test needs and that are missing. Without an
-argument: those of both. Needs root or sudo. ./run and ./test do this by themselves.
+Installs the Debian 12 packages that ./run, ./test or ./test --target needs and that are missing.
+Without an argument: those of ./run and ./test. Needs root or sudo. ./run and ./test do this by themselves.
 
 Packages:
 $PACKAGE_TABLE
@@ -185,7 +186,7 @@ setup_main()
     local root
     root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
     case ${1:-test} in
-    run | test) ensure_packages "${1:-test}" "${APP_BUILD_DIR:-$root/build}" ;;
+    run | test | target-test) ensure_packages "${1:-test}" "${APP_BUILD_DIR:-$root/build}" ;;
     -h | --help)
         setup_help
         return

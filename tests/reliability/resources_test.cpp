@@ -42,9 +42,8 @@ protected:
 
     void SetUp() override
     {
-        // A sanitizer keeps descriptors and memory of its own.
         if (!SPEED_COUNTS)
-            GTEST_SKIP() << "not under a sanitizer";
+            GTEST_SKIP() << "a sanitizer, or an emulator, has descriptors and memory of its own";
         ConfigurableDaemon::SetUp();
         platform.set("TUTK_UUID", "ABCDEFGHIJKLMNOPQRST");
         sdk.set(device(5, 0, DOOR, 255));

@@ -69,7 +69,7 @@ protected:
     void SetUp() override
     {
         if (!SPEED_COUNTS)
-            GTEST_SKIP() << "a sanitizer wants more than the service has";
+            GTEST_SKIP() << "a sanitizer, or an emulator, wants more than the service has";
         if (geteuid() != 0 || access(ANALYZE, X_OK) != 0 || !getpwnam(USER))
             GTEST_SKIP() << "only root can, with systemd's tables of system calls";
         ConfigurableDaemon::SetUp();

@@ -11,7 +11,7 @@
 
 namespace support {
 
-// Its path; APP_TEST_DAEMON names another, for example one that emulates the device.
+// Its path; APP_TEST_DAEMON names another, for example that of a release.
 const char *daemonProgram();
 
 class DaemonProcess {

@@ -18,7 +18,7 @@ static uint64_t changes = 0;
 
 bool emulated()
 {
-    static const bool answer = EMULATED || getenv("APP_TEST_DAEMON") != nullptr;
+    static const bool answer = EMULATED || getenv("APP_TEST_EMULATED") != nullptr;
     return answer;
 }
 

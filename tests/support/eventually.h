@@ -22,8 +22,8 @@ inline constexpr bool SANITIZED = true;
 inline constexpr bool SANITIZED = false;
 #endif
 
-// Whether the device's own program is tested, run by an emulator: this one, or the daemon, which
-// APP_TEST_DAEMON names then.
+// Whether the device's own program is tested, run by an emulator: this one, or the daemon, as
+// APP_TEST_EMULATED says then.
 bool emulated();
 
 // A sanitizer and an emulator make the daemon several times slower: an upper bound on its speed, or
