@@ -6,9 +6,10 @@
 # shellcheck source=scripts/messages.sh
 source "$(dirname "${BASH_SOURCE[0]}")/messages.sh"
 
-# One row a package: its name, the door that needs it, and what for. Each door needs the rows of those
-# that its name ends with as well, and all need those of `run`. GoogleTest stands under `run` because both doors share one build
-# folder, and configuring it looks for every library.
+# One row a package: its name, the door that needs it, and what for. A door needs the rows of each word
+# in its name (`target-test` those of `target` and of `test`), and all need those of `run`. GoogleTest
+# stands under `run` because both doors share one build folder, and configuring it looks for every
+# library.
 PACKAGE_TABLE='
 g++                  run   compiler
 cmake                run   build
@@ -31,6 +32,7 @@ python3              test  results computed a second time, by the programs of te
 binutils             test  what a program is hardened with
 systemd              test  what the service is exposed to
 dbus-tests           test  floods on the private bus
+dbus-bin             test  the packaged minute of the schedules
 tzdata               test  time zones with their clock changes
 clang                test  analysis of the locks
 libclang-rt-dev      test  fuzzing
@@ -39,8 +41,14 @@ clang-format         test  format of the sources
 clang-tidy           test  faults in the sources
 cppcheck             test  faults in the sources
 shellcheck           test  check of the scripts
-g++-mipsel-linux-gnu target-test  compiler for the device
-qemu-user            target-test  runs its programs on this machine
+g++-mipsel-linux-gnu target   compiler for the device
+qemu-user            target   runs its programs on this machine
+dpkg-dev             package  Debian packages
+debhelper            package  Debian packages
+lintian              package  check of the packages
+scdoc                package  manual pages
+mandoc               package  check of the manual pages
+mmdebstrap           package  a Debian to try the package in
 '
 
 # packages_for DOOR: the names of its packages, one a line.
@@ -48,7 +56,7 @@ packages_for()
 {
     local name door
     while read -r name door _; do
-        [[ -n $name && ($door == run || $1 == *"$door") ]] && echo "$name"
+        [[ -n $name && ($door == run || $1 == *"$door"*) ]] && echo "$name"
     done <<<"$PACKAGE_TABLE"
     return 0
 }
@@ -136,7 +144,8 @@ install_packages()
         show_apt_progress
 }
 
-# ensure_packages DOOR FOLDER: installs what the door needs and the machine lacks; the log goes to the folder. PACKAGES_INSTALLED says afterwards whether anything was.
+# ensure_packages DOOR FOLDER: installs what the door needs and the machine lacks; the log goes to the
+# folder. PACKAGES_INSTALLED says afterwards whether anything was.
 ensure_packages()
 {
     local log=$2/setup.log system=this wanted missing
@@ -170,10 +179,11 @@ ensure_packages()
 setup_help()
 {
     cat <<END
-Usage: scripts/setup.sh [run|test|target-test]
+Usage: scripts/setup.sh [run|test|target-test|package|target-package]
 
-Installs the Debian 12 packages that ./run, ./test or ./test --target needs and that are missing.
-Without an argument: those of ./run and ./test. Needs root or sudo. ./run and ./test do this by themselves.
+Installs the Debian 12 packages that are missing for ./run, ./test, ./test --target, or for
+scripts/package.sh, for this machine alone or for the device as well. Without an argument: those of
+./run and ./test. Needs root or sudo. All of them do this by themselves.
 
 Packages:
 $PACKAGE_TABLE
@@ -186,7 +196,7 @@ setup_main()
     local root
     root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
     case ${1:-test} in
-    run | test | target-test) ensure_packages "${1:-test}" "${APP_BUILD_DIR:-$root/build}" ;;
+    run | test | target-test | package | target-package) ensure_packages "${1:-test}" "${APP_BUILD_DIR:-$root/build}" ;;
     -h | --help)
         setup_help
         return
