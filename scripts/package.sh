@@ -23,8 +23,8 @@ mipsel, or for those that are named, from a copy of the tree. Looks at each with
 program with scripts/hardening.sh and at its manual pages with mandoc; whatever one of them
 complains about fails. The packages are then in build/package.
 
-  --try   takes this machine's package through a life in a Debian 12 of its own: installed, upgraded,
-          removed, purged. Needs root
+  --try   takes this machine's package through a life in a Debian 12 of its own: installed, run,
+          upgraded, removed, purged. Needs root
 
 APP_ARCHIVE      where --try gets its Debian (default http://deb.debian.org/debian)
 APP_BUILD_DIR    where to build instead of build/
@@ -137,8 +137,34 @@ make_package()
 # inside COMMAND...: runs it in the tried system.
 inside()
 {
-    chroot "$HOME_OF_TRIAL" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive \
-        LC_ALL=C "$@"
+    chroot "$HOME_OF_TRIAL" "${THERE[@]}" "$@"
+}
+
+# serve_there NAME COMMAND...: starts it there; what it writes is in try/NAME.log.
+serve_there()
+{
+    local name=$1
+    shift
+    start chroot "$HOME_OF_TRIAL" "${THERE[@]}" "$@" >"$PACKAGES/try/$name.log" 2>&1
+}
+
+# await WHAT COMMAND...: until it succeeds.
+await()
+{
+    local what=$1 try
+    shift
+    for ((try = 0; try < 300; try++)); do
+        ! "$@" >/dev/null 2>&1 || return 0
+        sleep 0.1
+    done
+    die "--try: $what"
+}
+
+# ask_bus METHOD ARGUMENT...: the answer of the bus there.
+ask_bus()
+{
+    inside dbus-send --system --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+        "org.freedesktop.DBus.$1" "${@:2}"
 }
 
 # hold WHAT COMMAND...: the command succeeds in the tried system.
@@ -178,6 +204,21 @@ check_installed()
     [[ $(inside app --version) == "app $1" ]] || die "--try: the program is not of version $1"
 }
 
+# What the units start, as their user: the daemon gets its name on a bus that ran before it was
+# installed, and the minute reaches it.
+check_running()
+{
+    local minute daemon as_ovrin=(setpriv --reuid=ovrin --regid=ovrin --init-groups)
+    serve_there daemon "${as_ovrin[@]}" env APP_DATA_DIR=/var/lib/ovrin OVRIN_LOG_LEVEL=3 /usr/sbin/app
+    daemon=$!
+    await "the daemon does not get its name" ask_bus GetNameOwner string:com.ovrinbus.app
+    minute=$(inside sed -n 's/^ExecStart=//p' /lib/systemd/system/app-minute.service)
+    hold "the minute fails" "${as_ovrin[@]}" sh -c "${minute//\$\$/\$}"
+    await "the minute does not reach the daemon" grep 'schedule signal' "$PACKAGES/try/daemon.log"
+    kill "$daemon"
+    wait "$daemon" || die "--try: the daemon ended with $?"
+}
+
 # Another library takes the place of the package's, as docs/integrating.md has it.
 check_other_library()
 {
@@ -192,11 +233,14 @@ check_other_library()
 
 take_through_a_life()
 {
-    local native version folder=$PACKAGES/try
+    local native version bus folder=$PACKAGES/try
     native=$(dpkg --print-architecture)
     version=$(tree_version "$ROOT")
     HOME_OF_TRIAL=$PACKAGES/try/system
     TRIAL_LOG=$PACKAGES/try/try.log
+    # The mark stays: what is started there ends with this script.
+    THERE=(env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C
+        APP_SCRIPT_MARK="$APP_SCRIPT_MARK")
     rm -rf "$folder"
     copy_tree "$folder/tree"
     sed -i "s/^\(project(app VERSION $version\) /\1.1 /" "$folder/tree/CMakeLists.txt"
@@ -209,9 +253,17 @@ take_through_a_life()
     chmod +x "$HOME_OF_TRIAL/usr/sbin/policy-rc.d"
     inside apt-get -q update >"$TRIAL_LOG" 2>&1 || die "--try: no package lists; see $TRIAL_LOG"
 
+    inside apt-get -q -y --no-install-recommends install dbus dbus-bin >>"$TRIAL_LOG" 2>&1 ||
+        die "--try: no bus; see $TRIAL_LOG"
+    inside mkdir -p /run/dbus
+    serve_there bus dbus-daemon --system --nofork --nopidfile
+    bus=$!
+    await "the bus does not start" ask_bus GetId
+
     say "installing"
     install_there "$PACKAGES/app_${version}_$native.deb"
     check_installed "$version"
+    check_running
     inside touch /var/lib/ovrin/marker
     say "upgrading"
     install_there "$folder/app_${version}.1_$native.deb"
@@ -227,8 +279,9 @@ take_through_a_life()
     hold "the configuration stays after a purge" test ! -e /var/lib/ovrin
     hold "the service stays enabled after a purge" \
         sh -c '! find /etc/systemd /var/lib/systemd -name "app*" | grep .'
+    kill "$bus"
     rm -rf "$HOME_OF_TRIAL"
-    say "installed, upgraded, removed and purged"
+    say "installed, run, upgraded, removed and purged"
 }
 
 main()

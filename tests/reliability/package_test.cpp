@@ -132,6 +132,7 @@ using PackagedExample = ConfigurableDaemon;
 static void expectWithin(const Json &document, const Json &example, const std::string &where)
 {
     if (example.isArray()) {
+        ASSERT_TRUE(document.isArray()) << where;
         ASSERT_EQ(document.size(), example.size()) << where;
         for (size_t i = 0; i < example.size(); ++i)
             expectWithin(document[i], example[i], where + "." + std::to_string(i));
