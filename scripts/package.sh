@@ -113,12 +113,17 @@ build_package()
 
 check_package()
 {
-    local folder=$1 page complaints
+    local folder=$1 built=$1/tree/debian/app version libraries runner=() page complaints
     say "checking the package ($2)"
     attend lintian --allow-root --fail-on error,warning --tag-display-limit 0 "$folder"/app_*.changes ||
         die "lintian complains. What is meant to be so goes into packaging/debian, with the reason"
-    "$ROOT/scripts/hardening.sh" "$folder/tree/debian/app/usr/sbin/app" || die "Not hardened"
-    for page in "$folder"/tree/debian/app/usr/share/man/man*/*.gz; do
+    "$ROOT/scripts/hardening.sh" "$built/usr/sbin/app" || die "Not hardened"
+    [[ $2 == "$(dpkg --print-architecture)" ]] || runner=(qemu-mipsel -L "$SYSROOT")
+    libraries=("$built"/usr/lib/*/app)
+    version=$(LD_LIBRARY_PATH=${libraries[0]} "${runner[@]}" "$built/usr/sbin/app" --version) ||
+        die "The program does not run"
+    [[ $version == "app $(tree_version "$ROOT")" ]] || die "The program says that it is '$version'"
+    for page in "$built"/usr/share/man/man*/*.gz; do
         complaints=$(zcat "$page" | mandoc -T lint) || true
         [[ -z $complaints ]] || die "${page##*/} is not clean:"$'\n'"$complaints"
     done
