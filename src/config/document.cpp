@@ -4,10 +4,12 @@
 #include "config/groups.h"
 #include "main/json_memory.h"
 #include "main/json_text.h"
+#include "main/kept_memory.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/util.h"
 
+#include <cstring>
 #include <span>
 
 static constexpr GroupId SET_ORDER[] = {
@@ -73,7 +75,11 @@ static int applyDocument(const char *text, const DocumentUse &use)
 
 int parseAll(const char *text)
 {
-    return applyDocument(text, {__func__, SET_ORDER, &Group::set, &Group::setAbsent});
+    static constexpr size_t LARGE = size_t{16} * 1024;
+    const int result = applyDocument(text, {__func__, SET_ORDER, &Group::set, &Group::setAbsent});
+    if (text && strlen(text) >= LARGE)
+        returnFreeMemory();
+    return result;
 }
 
 int parseToDel(const char *text)

@@ -7,6 +7,7 @@
 #include "main/config_file.h"
 #include "main/equeue.h"
 #include "main/json_memory.h"
+#include "main/kept_memory.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/settings.h"
@@ -16,7 +17,6 @@
 #include <apr_general.h>
 #include <cstdio>
 #include <cstring>
-#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -73,20 +73,6 @@ static void startUp()
     updateAllDev(pool.get());
     lan_mac = hardwareAddress(LAN_INTERFACE);
     readSettings(pool.get());
-}
-
-// Left alone, the C library keeps the more freed memory the larger the blocks are that were freed,
-// megabytes after one huge message, and that in each of several heaps a processor. There is
-// little memory here, and seldom more than one thread at work.
-static void limitKeptMemory()
-{
-    static constexpr int KILOBYTE = 1024;
-    // NOLINTBEGIN(concurrency-mt-unsafe): there are no other threads yet
-    mallopt(M_MMAP_THRESHOLD, 128 * KILOBYTE);
-    mallopt(M_TRIM_THRESHOLD, 32 * KILOBYTE);
-    mallopt(M_TOP_PAD, 16 * KILOBYTE);
-    mallopt(M_ARENA_MAX, 1);
-    // NOLINTEND(concurrency-mt-unsafe): from here on there may be
 }
 
 int main(int argc, char **argv)

@@ -113,21 +113,32 @@ void installSignalHandlers()
                                // not be waited for
 }
 
-// Sleeps for a second or until a signal has come. SIGUSR1 is let in only here.
+// What ends the sleep; let in only there, so that none comes between a look and the sleep.
+static constexpr int AWAITED[] = {SIGUSR1, SIGTERM, SIGINT};
+
+static void blockAwaitedSignals()
+{
+    sigset_t awaited;
+    sigemptyset(&awaited);
+    for (const int number : AWAITED)
+        sigaddset(&awaited, number);
+    pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
+}
+
 static void sleepForSignals()
 {
-    static constexpr timespec ONE_SECOND = {1, 0};
     sigset_t letIn;
     pthread_sigmask(SIG_SETMASK, nullptr, &letIn);
-    for (const int number : {SIGUSR1, SIGTERM, SIGINT})
+    for (const int number : AWAITED)
         sigdelset(&letIn, number);
-    ppoll(nullptr, 0, &ONE_SECOND, &letIn);
+    ppoll(nullptr, 0, nullptr, &letIn);
 }
 
 // Not analysed: the lock is never given back, so that no file is opened any more on the way out.
 LOCKING(no_thread_safety_analysis)
 void runMainLoop()
 {
+    blockAwaitedSignals();
     install(SIGTERM, endHandler, 0);
     install(SIGINT, endHandler, 0);
     while (app_quit == 0 && !endRequested) {

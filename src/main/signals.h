@@ -10,6 +10,6 @@ void blockTickSignals();
 void installSignalHandlers();
 
 // The main thread's loop, entered when it holds nothing: takes SIGUSR1 while it is in there, and
-// sleeps until app_quit is set or SIGTERM or SIGINT has asked for the end. From its return on no
-// stored file is written.
+// sleeps until SIGTERM or SIGINT has asked for the end or, after a signal, app_quit is set. From
+// its return on no stored file is written.
 void runMainLoop();
