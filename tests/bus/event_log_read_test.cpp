@@ -179,7 +179,9 @@ INSTANTIATE_TEST_SUITE_P(
                     NumberCase{"ANumberAndAWord", " 2nd", {2, 3}},
                     NumberCase{"MinusOne", "-1", {}},  // unsigned, that is far above the newest
                     NumberCase{"TheSmallest", "-2147483648", {}},
-                    NumberCase{"TheGreatest", "2147483647", {}}),
+                    NumberCase{"TheGreatest", "2147483647", {}},
+                    NumberCase{"BeyondTheGreatest", "2147483648", {}},
+                    NumberCase{"ThatComesRoundToTwo", "4294967298", {2, 3}}),
     caseName);
 
 TEST_F(Journals, OfMacrosSayWhereTheyBegin)
@@ -189,6 +191,8 @@ TEST_F(Journals, OfMacrosSayWhereTheyBegin)
     EXPECT_TRUE(daemon.logged("seq: 7th 7\n"));
     callForText("jsongetmacroeventbyseq", "-1");
     EXPECT_TRUE(daemon.logged("seq: -1 4294967295\n"));
+    callForText("jsongetmacroeventbyseq", "2147483648");
+    EXPECT_TRUE(daemon.logged("seq: 2147483648 2147483648\n")) << "whatever a long holds";
 }
 
 TEST_F(Journals, AnswerNothingToAnArgumentThatIsNoText)

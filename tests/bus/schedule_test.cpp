@@ -242,6 +242,20 @@ TEST_F(ScheduledDaemon, GoesByTheDayOfTheWeek)
     EXPECT_EQ(commands(), STARTED);
 }
 
+// Then a clock of 32 bits is back in 1901.
+TEST_F(ScheduledDaemon, GoesOnAfterJanuary2038)
+{
+    clock.set(2040, 7, 2, 8, 0, 1);
+    startWith(PRIVATE_SETUP);
+    clock.set(2040, 7, 2, 8, 15, 1);
+    runSchedules();
+    EXPECT_EQ(commands(), STARTED);
+    devicesFollow();
+    clock.set(2040, 7, 2, 9, 45, 1);
+    runSchedules();
+    EXPECT_EQ(commands(), ENDED);
+}
+
 TEST_F(ScheduledDaemon, SeesTheHourOfItsDaylightSaving)
 {
     platform.set("setDST", "1");

@@ -1,0 +1,72 @@
+// What differs from machine to machine: the device has words of 32 bits, and signals of other
+// numbers.
+
+#include "config/scene.h"
+#include "config/snapshot.h"
+#include "daemon_in_process.h"
+#include "main/log.h"
+#include "main/signals.h"
+#include "scene/runner.h"
+
+#include <gmock/gmock.h>
+
+#include <bit>
+#include <csignal>
+#include <ctime>
+#include <sys/types.h>
+
+TEST(Device, HasNumbersOfTheSameSizesAsADesk)
+{
+    static_assert(sizeof(int) == 4 && sizeof(Integer) == 8);
+    static_assert(alignof(Integer) == 8, "as the records' layouts suppose");
+    static_assert(sizeof(time_t) == 8, "2038 comes while it runs");
+    static_assert(sizeof(off_t) == 8, "a file may be of any size");
+    static_assert(sizeof(decltype(timespec::tv_sec)) == 8);
+    static_assert(std::endian::native == std::endian::little, "as stored documents begin");
+    static_assert(alignof(Comp) == 8 && alignof(GetDev_channel) == 8);
+    SUCCEED();
+}
+
+// Seconds of today times a thousand are more than 32 bits hold.
+TEST(Device, HasStampsOfTheMillisecondsOfAMillionSeconds)
+{
+    const time_t before = time(nullptr);
+    const uint32_t stamp = millisecondStamp();
+    const time_t after = time(nullptr);
+    const auto least = static_cast<uint32_t>(before % 1'000'000 * 1000);
+    const auto most = static_cast<uint32_t>(after % 1'000'000 * 1000 + 999);
+    EXPECT_LT(stamp, 1'000'000'000u);
+    if (least <= most) {  // not just at the wrap
+        EXPECT_GE(stamp, least);
+        EXPECT_LE(stamp, most);
+    }
+}
+
+static bool isHandled(int number)
+{
+    struct sigaction action = {};
+    sigaction(number, nullptr, &action);
+    return action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
+}
+
+// SIGUSR1 is 10 on a desk and 16 there, where 10 is a fault.
+TEST(Device, TakesSignalsByTheirNames)
+{
+    installSignalHandlers();
+    for (const int number : {SIGUSR1, SIGALRM, SIGSEGV})
+        EXPECT_TRUE(isHandled(number)) << strsignal(number);
+    for (int number = 1; number < SIGRTMIN; ++number) {
+        if (number != SIGUSR1 && number != SIGALRM && number != SIGSEGV) {
+            EXPECT_FALSE(isHandled(number)) << strsignal(number);
+        }
+    }
+    for (const int number : {SIGUSR1, SIGALRM, SIGSEGV})
+        signal(number, SIG_DFL);
+}
+
+// Addresses are logged as 32 bits, which is all there is to one there.
+TEST(Device, LogsTheLowWordOfAnAddress)
+{
+    const auto *address = reinterpret_cast<const void *>(uintptr_t{0x1234abcd});
+    EXPECT_EQ(logAddress(address), 0x1234abcdu);
+}
