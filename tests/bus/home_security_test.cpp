@@ -5,6 +5,7 @@
 // its event; so one that has not asked when the next event is done has not begun.
 
 #include "support/daemon_on_its_own_bus.h"
+#include "support/scale.h"
 
 #include <algorithm>
 #include <ctime>
@@ -243,6 +244,32 @@ TEST_F(HomeSecurity, StartsTheNextAlarmWhenTheSirensHaveBeenPutBack)
     }));
     ASSERT_TRUE(sdk.heard(SECOND_BACK)) << "what the sirens show would be that they sound";
     EXPECT_GT(alarmBegan(1), momentOf(SECOND_BACK));
+}
+
+// What a scene has planned meanwhile may lie far ahead: the next alarm does not wait for that.
+using HomeSecurityInRealTime = HomeSecurity;
+
+TEST_F(HomeSecurityInRealTime, StartsTheNextAlarmWithinTenSecondsWhateverASceneStillWaitsFor)
+{
+    static constexpr int64_t LONGEST_WAIT = 10'000;  // milliseconds
+    startHomeWithSirens({.duration = 0}, R"(,"scenes":[{"title":"Later","comps":[
+        {"target":{"dev":512},"value":1100},{"target":{"dev":20},"value":1}]}])");
+    openDoor();
+    ASSERT_EQ(alarms(), 1u);
+    EXPECT_EQ(callForText("doscene", "Later"), "Later");
+    ASSERT_TRUE(eventuallyPutBack());
+    const Moment over = momentOf(GATEWAY_BACK);
+    ASSERT_TRUE(eventually(
+        [&] {
+            openDoor();
+            return alarms() == 2;
+        },
+        20s))
+        << "the scene's command is due in 110 s";
+    if (SPEED_COUNTS) {
+        EXPECT_LT(millisecondsBetween(over, alarmBegan(1)), LONGEST_WAIT + 2500);
+    }
+    figure("next_alarm_after", millisecondsBetween(over, alarmBegan(1)), "ms");
 }
 
 TEST_F(HomeSecurity, TakesTheSirensAndTheirSoundAnewForEachAlarm)
