@@ -3,8 +3,14 @@
 
 #pragma once
 
+#include <jansson.h>
+
 // Makes the JSON library count. Called once, before its first use.
 void watchJsonMemory();
+
+// As json_loads, which breaks the heap or aborts when memory runs out in the middle of a token. A
+// value that is read although memory ran out may lack a character.
+json_t *parseSafely(const char *text, json_error_t *error);
 
 // Begun before a value is built or written, on the thread that does it.
 class JsonMemory {

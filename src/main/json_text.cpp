@@ -42,11 +42,11 @@ json_t *loadJson(const char *text, json_error_t *error)
         return nullptr;
     }
     const JsonMemory memory;
-    json_t *value = json_loads(text, 0, error);
+    json_t *value = parseSafely(text, error);
     if (!memory.ranOut())
         return value;
-    // The library goes on without the character that it had no memory for: a number may have lost a
-    // digit, and what it refuses may be as good as it was written.
+    // A number may have lost a digit, and what the library refuses may be as good as it was
+    // written.
     json_decref(value);
     *error = {};
     snprintf(error->text, sizeof error->text, "out of memory");

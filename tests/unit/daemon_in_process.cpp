@@ -76,6 +76,11 @@ void failJsonAllocation(int n)
     untilJsonFailure = n;
 }
 
+bool jsonAllocationHasFailed()
+{
+    return untilJsonFailure == 0;
+}
+
 // The linker sends the daemon's calls of calloc and malloc here.
 extern "C" void *__real_calloc(size_t count, size_t size);
 extern "C" void *__wrap_calloc(size_t count, size_t size)

@@ -35,6 +35,7 @@ void failAllocation(int n);
 
 // The same for what the JSON library allocates; watchJsonMemory has been called.
 void failJsonAllocation(int n);
+bool jsonAllocationHasFailed();  // since then
 
 // From now on the n-th thread that the daemon creates fails (1: the next one), once; 0 switches it
 // off.

@@ -14,6 +14,7 @@
 #include "config/target_name.h"
 #include "daemon_in_process.h"
 #include "main/json_memory.h"
+#include "main/json_text.h"
 
 #include <cstring>
 
@@ -451,6 +452,44 @@ TEST(Document, IsWholeOrNoneWhenMemoryRunsOut)
     }
     EXPECT_GT(refused, 100);
 }
+
+// The library's buffer for a token grows with the sixteenth character and the thirty-second, which
+// is here the closing quote of a string, or stands behind a number.
+struct HardToRead {
+    const char *name;
+    const char *text;
+};
+
+class JsonTextWithoutMemory : public testing::TestWithParam<HardToRead> {};
+
+TEST_P(JsonTextWithoutMemory, IsReadWholeOrNotAtAll)
+{
+    watchJsonMemory();
+    json_error_t error;
+    const std::string whole = takeText(loadJson(GetParam().text, &error));
+    int refused = 0;
+    for (bool failed = true; failed;) {
+        failJsonAllocation(++refused);
+        json_t *value = loadJson(GetParam().text, &error);
+        failed = jsonAllocationHasFailed();
+        failJsonAllocation(0);
+        if (value)
+            EXPECT_EQ(takeText(value), whole) << "allocation " << refused;
+        else
+            EXPECT_EQ(json_error_code(&error), json_error_out_of_memory);
+    }
+    EXPECT_GT(refused, 5);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tokens, JsonTextWithoutMemory,
+    testing::Values(HardToRead{"AString", R"(["fourteen chars"])"},
+                    HardToRead{"ALongerString", R"(["thirty characters, quotes not."])"},
+                    HardToRead{"ANumber", "[123456789012345,1]"},
+                    HardToRead{"ALongerNumber", "[1.23456789012345678901234567e10,1]"},
+                    HardToRead{"AKey", R"({"fourteen chars":[{}]})"},
+                    HardToRead{"Both", R"(["fourteen chars",123456789012345])"}),
+    [](const auto &token) { return std::string(token.param.name); });
 
 TEST(Titles, AreListedInOrder)
 {

@@ -296,16 +296,18 @@ TEST_F(ResumeFile, IsReadWholeOrNotWhenMemoryRunsOut)
     json_decref(parseResumeSchedule(&head));
     const std::string whole = text();
     int refused = 0;
-    json_t *root = nullptr;
-    for (int n = 1; !root && n < 1000; ++n) {
+    bool failed = true;
+    for (int n = 1; failed && n < 1000; ++n) {
         freeAll(&head);
         failJsonAllocation(n);
-        root = parseResumeSchedule(&head);
+        json_t *root = parseResumeSchedule(&head);
+        failed = jsonAllocationHasFailed();
         failJsonAllocation(0);
         EXPECT_EQ(text(), root ? whole : "[]") << "allocation " << n;
         refused += !root;
+        json_decref(root);
     }
-    json_decref(root);
+    EXPECT_FALSE(failed);
     EXPECT_GT(refused, 20);
 }
 
