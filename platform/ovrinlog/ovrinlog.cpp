@@ -1,5 +1,8 @@
 // Development stand-in for the device's logging library: one line a call on standard error,
 // "LEVEL function:line text". OVRIN_LOG_LEVEL sets the least level shown (default 4).
+//
+// Where standard error is no terminal, "<n>" stands before the line: how grave it is, as the
+// readers of services' output take it (sd-daemon's levels, 3 error to 7 debug).
 
 #include "ovrinlog.h"
 
@@ -22,6 +25,29 @@ static int leastLevel()
     return level;
 }
 
+static bool isOnTerminal()
+{
+    static const bool answer = isatty(STDERR_FILENO) != 0;
+    return answer;
+}
+
+static int gravity(int level)
+{
+    enum { ERROR = 3, WARNING = 4, INFO = 6, DEBUG = 7 };
+    if (level >= 6)
+        return ERROR;
+    return level == 5 ? WARNING : level == 4 ? INFO : DEBUG;
+}
+
+// How much of the text the beginning of the line takes.
+static size_t writePrefix(char *text, size_t size, int level, const char *function, int line)
+{
+    const int length = isOnTerminal() ? snprintf(text, size, "%d %s:%d ", level, function, line)
+                                      : snprintf(text, size, "<%d>%d %s:%d ", gravity(level), level,
+                                                 function, line);
+    return static_cast<size_t>(std::max(length, 0));
+}
+
 // The line leaves in one write, so that lines of several threads and processes never mix.
 int ovrin_log_write(int level, const char *function, int line, const char *, const char *format,
                     ...)
@@ -30,8 +56,8 @@ int ovrin_log_write(int level, const char *function, int line, const char *, con
         return 0;
 
     char text[LINE_SIZE];
-    const int prefix = snprintf(text, sizeof text, "%d %s:%d ", level, function, line);
-    size_t length = std::min(static_cast<size_t>(std::max(prefix, 0)), sizeof text - 2);
+    size_t length =
+        std::min(writePrefix(text, sizeof text, level, function, line), sizeof text - 2);
 
     va_list arguments;
     va_start(arguments, format);

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <string_view>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,9 +33,13 @@ static std::vector<std::string> environmentWith(const std::vector<std::string> &
         if (std::none_of(settings.begin(), settings.end(), replaced))
             result.emplace_back(*entry);
     }
-    for (const std::string &setting : settings) {
-        if (setting.find('=') != std::string::npos)
-            result.push_back(setting);
+    for (auto setting = settings.begin(); setting != settings.end(); ++setting) {
+        const auto sameName = [&](const std::string &other) {
+            return nameOf(other) == nameOf(*setting);
+        };
+        if (setting->find('=') != std::string::npos &&
+            std::none_of(settings.begin(), setting, sameName))
+            result.push_back(*setting);
     }
     return result;
 }
@@ -84,6 +89,8 @@ void ChildProcess::start(const std::vector<std::string> &command,
     {
         const std::lock_guard lock(outputMutex);
         collected.clear();
+        unread.clear();
+        lineBegins = true;
         outputEnded = false;
     }
     status.reset();
@@ -110,6 +117,44 @@ void ChildProcess::start(const std::vector<std::string> &command,
     ASSERT_GT(child, 0) << strerror(errno);
 }
 
+static constexpr size_t LEVEL_SIZE = 3;  // of "<n>"
+
+// The text begins with a level, or is so short that it may yet.
+static bool mayBeLevel(std::string_view text)
+{
+    static constexpr std::string_view SHAPE = "<0>";
+    for (size_t i = 0; i < std::min(text.size(), LEVEL_SIZE); ++i) {
+        const bool fits = i == 1 ? text[i] >= '0' && text[i] <= '7' : text[i] == SHAPE[i];
+        if (!fits)
+            return false;
+    }
+    return true;
+}
+
+void ChildProcess::take(const char *bytes, size_t count) const
+{
+    if (!withoutLevels) {
+        collected.append(bytes, count);
+        return;
+    }
+    unread.append(bytes, count);
+    std::string_view rest = unread;
+    while (!rest.empty()) {
+        if (lineBegins && mayBeLevel(rest)) {
+            if (rest.size() < LEVEL_SIZE)
+                break;
+            rest.remove_prefix(LEVEL_SIZE);
+            lineBegins = false;
+        }
+        const size_t end = rest.find('\n');
+        const size_t length = end == rest.npos ? rest.size() : end + 1;
+        collected.append(rest.substr(0, length));
+        lineBegins = end != rest.npos;
+        rest.remove_prefix(length);
+    }
+    unread.erase(0, unread.size() - rest.size());
+}
+
 // Takes over what lies in the pipe. True when something was there; the caller holds outputMutex.
 bool ChildProcess::drain() const
 {
@@ -118,9 +163,11 @@ bool ChildProcess::drain() const
     while (outputEnd >= 0 && !outputEnded) {
         const ssize_t got = read(outputEnd, buffer, sizeof buffer);
         if (got > 0) {
-            collected.append(buffer, static_cast<size_t>(got));
+            take(buffer, static_cast<size_t>(got));
         } else if (got == 0) {
             outputEnded = true;
+            collected += unread;
+            unread.clear();
             break;
         } else if (errno != EINTR) {
             break;

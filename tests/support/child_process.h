@@ -21,7 +21,15 @@ public:
     ChildProcess &operator=(const ChildProcess &) = delete;
 
     // Settings are "NAME=value" and take the place of inherited ones; a bare "NAME" removes one.
+    // The first of a name counts.
     void start(const std::vector<std::string> &command, const std::vector<std::string> &settings);
+
+    // Takes the "<n>" off the beginning of each line that begins with one: for programs that log
+    // for a supervisor. Before the start.
+    void takeOffLevels()
+    {
+        withoutLevels = true;
+    }
 
     pid_t pid() const
     {
@@ -42,6 +50,7 @@ public:
 private:
     void collect();
     bool drain() const;
+    void take(const char *bytes, size_t count) const;
     void reap(bool wait);
 
     pid_t child = -1;
@@ -51,6 +60,9 @@ private:
     int outputEnd = -1;
     mutable bool outputEnded = false;
     mutable std::string collected;
+    mutable std::string unread;  // the first bytes of a line that may be a level
+    mutable bool lineBegins = true;
+    bool withoutLevels = false;
 };
 
 // "exit status 1", "killed by signal 11 (Segmentation fault)"

@@ -53,6 +53,7 @@ void DaemonProcess::start(const std::string &busAddress, const std::vector<std::
     all.insert(all.begin(), settings.begin(), settings.end());  // the first of a name counts
     std::vector<std::string> command = starter;
     command.emplace_back(daemonProgram());
+    process.takeOffLevels();
     process.start(command, all);
 }
 

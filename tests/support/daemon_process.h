@@ -49,6 +49,7 @@ public:
         process.signal(number);
     }
 
+    // Its lines as they are on a terminal.
     std::string log(size_t from = 0) const
     {
         return process.output(from);
