@@ -2,6 +2,7 @@
 // once.
 
 #include "support/daemon_on_its_own_bus.h"
+#include "support/door_and_lamp.h"
 
 #include <csignal>
 #include <thread>
@@ -11,20 +12,12 @@ using testing::ElementsAre;
 
 static constexpr uint16_t REPORT = 5001;
 
-static const std::string LAMP = switchCommand(20, 0, 1);
-static const char *SETUP = R"({"macros":[{"title":"Door","enabled":1,"duration":0,"scene":"Lamp",
-      "triggers":[{"target":{"dev":5,"if":0,"ch":0},"op":"=","threshold":255}]}],
-    "scenes":[{"title":"Lamp","comps":[{"target":{"dev":20,"if":0,"ch":0},"value":1}]},
-      {"title":"Siren","buildinSiren":{"siren_type":4}}]})";
-
 class Robustness : public DaemonOnItsOwnBus {
 protected:
     void SetUp() override
     {
         DaemonOnItsOwnBus::SetUp();
-        sdk.set(device(5, 0, DOOR, 255));
-        sdk.set(device(6, 0, SWITCH, 1));
-        sdk.set(device(20, 0, SWITCH, 7));
+        addDoorAndLamp(sdk);
     }
     // The whole road once more: event, announcement, macro, command, configuration.
     void expectHealthy()
@@ -41,7 +34,7 @@ TEST_F(Robustness, SignalsDuringTheStart)
 {
     platform.behave("TimeZone", Answer::asUsual().after(400ms));
     platform.behave("customerName", Answer::asUsual().after(400ms));
-    daemon.writeSetup(SETUP);
+    daemon.writeSetup(DOOR_AND_LAMP);
     launch();
     ASSERT_TRUE(eventually([&] { return platform.asked("appstart_time_flag") == 1; }));
     while (platform.answered("customerName") == 0) {
@@ -57,7 +50,7 @@ TEST_F(Robustness, SignalsDuringTheStart)
 
 TEST_F(Robustness, AScheduleSignalIsTakenOnTheMainThreadAlone)
 {
-    startWith(SETUP);
+    startWith(DOOR_AND_LAMP);
     gatewayReady();
     for (int i = 0; i < 100; ++i)
         daemon.signal(SIGUSR1);
@@ -73,7 +66,7 @@ class RobustnessNonsense : public Robustness, public testing::WithParamInterface
 
 TEST_P(RobustnessNonsense, FromTheSdkDaemonIsAnUnknownDeviceAtWorst)
 {
-    startWith(SETUP);
+    startWith(DOOR_AND_LAMP);
     gatewayReady();
     sdk.behave("getdevice", 6, Answer::saying(GetParam().reply));
     sdk.behave("getdevice", 256, Answer::saying(GetParam().reply));
@@ -196,7 +189,7 @@ TEST_F(Robustness, RunsOnWithoutAnyPeer)
 {
     platform.leave();
     sdk.leave();
-    startWith(SETUP);
+    startWith(DOOR_AND_LAMP);
     const size_t from = daemon.logSize();
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(eventMethod(100, 5, 0), 1);
@@ -212,7 +205,7 @@ TEST_F(Robustness, RunsOnWithoutAnyPeer)
 // Readers, writers, scenes, events and ticks on top of one another: the sanitizers look on.
 TEST_F(Robustness, EverythingAtOnce)
 {
-    startWith(SETUP);
+    startWith(DOOR_AND_LAMP);
     gatewayReady();
     std::vector<std::shared_ptr<PendingReply>> replies;
     for (int round = 0; round < 60; ++round) {
@@ -255,4 +248,34 @@ TEST_F(Robustness, EndsOrderlyWhileThreadsWait)
     ASSERT_TRUE(eventually([&] { return sdk.asked("getdevice", 6) == 1; }));
     daemon.stop();
     endsOrderly = false;
+}
+
+// It is kept and stored; that there is a new one is told, and the text of it to nobody.
+TEST_F(Robustness, KeepsAConfigurationThatIsTooLongForTheBus)
+{
+    static constexpr size_t LONGEST_TEXT = size_t{16} * 1024 * 1024;
+    static constexpr int SCENES = 100'000;
+    if (!SPEED_COUNTS)
+        GTEST_SKIP() << "minutes under a sanitizer";
+    startWith("{}", {"OVRIN_LOG_LEVEL=6"});
+    gatewayReady();
+    std::string document = R"({"scenes":[)";
+    for (int i = 0; i < SCENES; ++i)
+        document += R"({"title":")" + std::string(100, 'x') + std::to_string(i) + R"("},)";
+    document.back() = ']';
+    document += "}";
+    ASSERT_LT(document.size(), LONGEST_TEXT);
+    const auto set = client.call(APP, "jsonsetall", {document});
+    ASSERT_TRUE(eventually([&] { return set->arrived(); }, 60s));
+    EXPECT_EQ(set->number(), 1);
+    EXPECT_GT(daemon.storedSetup().size(), LONGEST_TEXT);
+    EXPECT_TRUE(daemon.logged("The text is too long for the bus"));
+    callWithoutReply("jsongetall", {""});
+    ASSERT_EQ(sdk.events("jsongetall").size(), 1u);
+    EXPECT_EQ(sdk.events("jsongetall")[0].signature, "");
+
+    EXPECT_EQ(callForNumber("jsondel", document), 1) << "and is as good as any other";
+    EXPECT_EQ(callForText("jsongettitles", "scenes"), "[]");
+    ASSERT_EQ(sdk.events("jsongetall").size(), 2u);
+    EXPECT_EQ(sdk.events("jsongetall")[1].text, callForText("jsongetall", ""));
 }

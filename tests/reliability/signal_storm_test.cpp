@@ -1,6 +1,7 @@
 // SIGALRM and SIGUSR1 at any moment, under load, and SIGTERM in the middle of it.
 
 #include "support/daemon_on_its_own_bus.h"
+#include "support/door_and_lamp.h"
 #include "support/scale.h"
 
 #include <atomic>
@@ -12,11 +13,6 @@
 using namespace support;
 
 static constexpr uint16_t REPORT = 5001;
-static const std::string LAMP = switchCommand(20, 0, 1);
-static const char *SETUP = R"({"macros":[{"title":"Door","enabled":1,"duration":0,"scene":"Lamp",
-      "triggers":[{"target":{"dev":5,"if":0,"ch":0},"op":"=","threshold":255}]}],
-    "scenes":[{"title":"Lamp","comps":[{"target":{"dev":20,"if":0,"ch":0},"value":1}]},
-      {"title":"Siren","buildinSiren":{"siren_type":4}}]})";
 
 static std::string alarmOf(int number)
 {
@@ -28,10 +24,8 @@ protected:
     void SetUp() override
     {
         DaemonOnItsOwnBus::SetUp();
-        sdk.set(device(5, 0, DOOR, 255));
-        sdk.set(device(6, 0, SWITCH, 1));
-        sdk.set(device(20, 0, SWITCH, 7));
-        startWith(SETUP, {"OVRIN_LOG_LEVEL=4"});
+        addDoorAndLamp(sdk);
+        startWith(DOOR_AND_LAMP, {"OVRIN_LOG_LEVEL=4"});
         gatewayReady();
     }
     // Of each kind so many, now in a row, now with a pause, until then or until nobody wants more.
