@@ -4,7 +4,7 @@
 #include "bus/outbound.h"
 #include "config/document.h"
 #include "config/groups.h"
-#include "config/secrets.h"
+#include "main/secrets.h"
 #include "events/event_documents.h"
 #include "main/config_file.h"
 #include "main/json_memory.h"

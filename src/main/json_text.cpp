@@ -2,8 +2,11 @@
 
 #include "main/json_memory.h"
 #include "main/log.h"
+#include "main/scope.h"
+#include "main/secrets.h"
 
 #include <cstdio>
+#include <cstring>
 
 // The line on which the text nests too deep, or 0. Strings are skipped: what looks like a bracket
 // there opens nothing.
@@ -54,11 +57,24 @@ json_t *loadJson(const char *text, json_error_t *error)
     return nullptr;
 }
 
+// The library shows where it stopped reading, which may be a password.
+static void hideSecrets(const char *text, json_error_t *error)
+{
+    char *shown = strstr(error->text, " near '");
+    if (!shown)
+        return;
+    const Owned<char> masked(withoutSecrets(text));
+    if (!masked || strcmp(masked.get(), text) != 0)
+        *shown = '\0';
+}
+
 json_t *loadJsonOrLog(const char *text, const char *caller)
 {
     json_error_t error;
     json_t *value = loadJson(text, &error);
-    if (!value)
+    if (!value) {
+        hideSecrets(text, &error);
         LOG_AS(caller, ERROR, "error: on line %d: %s\n", error.line, error.text);
+    }
     return value;
 }

@@ -59,3 +59,42 @@ TEST_F(SecretsInTheLog, AreNotShownAboveDebugLevel)
     const size_t found = shown.find(SECRET);
     EXPECT_EQ(found, std::string::npos) << shown.substr(shown.rfind('\n', found) + 1, 300);
 }
+
+struct RefusedCase {
+    const char *name;
+    const char *text;
+};
+
+static void PrintTo(const RefusedCase &refused, std::ostream *out)
+{
+    *out << refused.text;
+}
+
+class RefusedSecretsInTheLog : public SecretsInTheLog,
+                               public testing::WithParamInterface<RefusedCase> {};
+
+TEST_P(RefusedSecretsInTheLog, AreNotShownAboveDebugLevel)
+{
+    startWith("{}");
+    gatewayReady();
+    EXPECT_EQ(set(GetParam().text), 0);
+    const std::string shown = shownLog();
+    EXPECT_NE(shown.find("error: on line 1: "), std::string::npos);
+    EXPECT_EQ(shown.find(SECRET), std::string::npos) << shown;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, RefusedSecretsInTheLog,
+    testing::Values(RefusedCase{"Unended", R"({"cameras":[{"uid":"C","password":"s3cr3t)"},
+                    RefusedCase{"WithoutAColon", R"({"cameras":[{"password" "s3cr3t"}]})"},
+                    RefusedCase{"WithEscapes", R"({"cameras":[{"pass\u0077ord":"s3cr3t"]})"},
+                    RefusedCase{"NoText", R"({"cameras":[{"password":s3cr3t}]})"}),
+    [](const auto &refused) { return std::string(refused.param.name); });
+
+TEST_F(SecretsInTheLog, LeaveTheLibrarysMessageOfATextWithoutOneWhole)
+{
+    startWith("{}");
+    gatewayReady();
+    EXPECT_EQ(set(R"({"rooms":[{"title" "Hall"}]})"), 0);
+    EXPECT_TRUE(daemon.logged("error: on line 1: ':' expected near '\"Hall\"'\n"));
+}

@@ -1,6 +1,6 @@
 // Texts as the log shows them.
 
-#include "config/secrets.h"
+#include "main/secrets.h"
 #include "main/scope.h"
 
 #include <gtest/gtest.h>
@@ -37,15 +37,25 @@ TEST(Secrets, AreMembersAndNotTexts)
 {
     for (const std::string text :
          {R"({"title":"password","icon":"token"})", R"({"tokens":"abc","a\"token":"d"})",
-          R"(["token","password"])", R"({"token":5,"title":"A"})", R"({"token":{"a":"b"}})"})
+          R"(["token","password"])", R"({"token":["a"],"title":"A"})", R"({"token":{"a":"b"}})",
+          R"({"\u0074oke":"a","\u00740ken":"b","\uzzzzoken":"c"})"})
         EXPECT_EQ(shown(text), text);
+}
+
+TEST(Secrets, AreStarsHoweverTheyAreWritten)
+{
+    EXPECT_EQ(shown(R"({"\u0070assw\u006frd":"abc"})"), R"({"\u0070assw\u006frd":"***"})");
+    EXPECT_EQ(shown(R"({"token":1234,"title":"A"})"), R"({"token":****,"title":"A"})");
+    EXPECT_EQ(shown(R"([{"token":null}])"), R"([{"token":****}])");
 }
 
 TEST(Secrets, AreStarsInWhatIsNoJson)
 {
+    EXPECT_EQ(shown(R"({"token" "abc"})"), R"({"token" "***"})");
+    EXPECT_EQ(shown(R"({"token":abc"d"})"), R"({"token":***"d"})");
     EXPECT_EQ(shown(R"({"token":"abc)"), R"({"token":"***)");
     EXPECT_EQ(shown(R"({"token":"abc\)"), R"({"token":"****)");
     for (const std::string text :
-         {R"({"token)", R"({"token":)", R"({"token" "abc")", "\"", "\"\\", ""})
+         {R"({"token)", R"({"token":)", R"({"token"})", "\"", "\"\\", ""})
         EXPECT_EQ(shown(text), text);
 }
