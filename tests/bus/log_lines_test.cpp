@@ -69,8 +69,8 @@ TEST_F(LogLines, TellASupervisorHowGraveTheyAre)
     EXPECT_THAT(linesWith("not handled", log), Not(IsEmpty()));
     EXPECT_THAT(linesWith("appSetup.json not exist", log),
                 Each(MatchesRegex("<6>4 jsonStrReadFromFile:[0-9]+ .*")));
-    EXPECT_THAT(linesWith(" main:", log), Each(MatchesRegex("<7>3 main:[0-9]+ mainPid: .*")));
-    EXPECT_THAT(linesWith(" main:", log), Not(IsEmpty()));
+    EXPECT_THAT(linesWith("mainPid: ", log), Each(MatchesRegex("<7>3 main:[0-9]+ mainPid: .*")));
+    EXPECT_THAT(linesWith("mainPid: ", log), Not(IsEmpty()));
     EXPECT_THAT(linesWith("enter filter_func", log), Each(MatchesRegex("<7>2 filter_func:.*")));
     EXPECT_THAT(linesWith("enter filter_func", log), Not(IsEmpty()));
     for (const std::string &line : linesOf(log)) {

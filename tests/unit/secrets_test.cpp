@@ -1,7 +1,7 @@
 // Texts as the log shows them.
 
-#include "main/secrets.h"
 #include "main/scope.h"
+#include "main/secrets.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -55,7 +55,6 @@ TEST(Secrets, AreStarsInWhatIsNoJson)
     EXPECT_EQ(shown(R"({"token":abc"d"})"), R"({"token":***"d"})");
     EXPECT_EQ(shown(R"({"token":"abc)"), R"({"token":"***)");
     EXPECT_EQ(shown(R"({"token":"abc\)"), R"({"token":"****)");
-    for (const std::string text :
-         {R"({"token)", R"({"token":)", R"({"token"})", "\"", "\"\\", ""})
+    for (const std::string text : {R"({"token)", R"({"token":)", R"({"token"})", "\"", "\"\\", ""})
         EXPECT_EQ(shown(text), text);
 }
