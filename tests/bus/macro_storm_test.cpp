@@ -2,6 +2,7 @@
 // few seconds. What must hold is told per macro, whatever the machine's speed makes of the storm.
 
 #include "support/daemon_on_its_own_bus.h"
+#include "support/scale.h"
 
 #include <algorithm>
 #include <atomic>
@@ -123,8 +124,8 @@ protected:
                 << daemon.threads();
         });
         eventHandled(REPORT, 6, 0);  // announced after all that the threads had to announce
-        RecordProperty(std::string(property) + "_worst_answer_ms", static_cast<int>(worst));
-        RecordProperty(std::string(property) + "_most_threads", static_cast<int>(mostThreads));
+        figure(std::string(property) + "_worst_answer", worst, "ms");
+        figure(std::string(property) + "_most_threads", static_cast<int64_t>(mostThreads), "");
     }
     size_t runsOf(const std::string &name) const
     {
@@ -203,7 +204,7 @@ TEST_F(MacroStorm, GivesBackItsMemory)
         sendThePlannedCommands();
         sdk.forgetHeard();
         const int64_t kilobytes = residentKilobytes();
-        RecordProperty(std::string(property) + "_kilobytes", static_cast<int>(kilobytes));
+        figure(std::string(property) + "_resident", kilobytes, "kB");
         return kilobytes;
     };
     const int64_t first = stormAndDrain("first");

@@ -5,6 +5,7 @@
 #include "faults.h"
 #include "stored.h"
 #include "support/daemon_on_its_own_bus.h"
+#include "support/scale.h"
 #include "worker_process.h"
 
 #include <cerrno>
@@ -226,6 +227,14 @@ INSTANTIATE_TEST_SUITE_P(
 // A folder that was never a good place.
 class BadPlace : public StoringDaemon {
 protected:
+    void startSoon()
+    {
+        const Moment begin = Clock::now();
+        startReady();
+        const int64_t milliseconds = millisecondsBetween(begin, Clock::now());
+        figure("start", milliseconds, "ms");
+        EXPECT_LE(milliseconds, inFull(1000, 10'000));
+    }
     // Sets a configuration, which cannot be written, and is served all the same.
     void expectNotToWrite(int number, int error)
     {
@@ -239,7 +248,7 @@ protected:
 TEST_F(BadPlace, ThatIsNotThereIsUsedWhenItComes)
 {
     std::filesystem::remove(daemon.data.path());
-    startReady();
+    startSoon();
     expectNotToWrite(1, ENOENT);
     EXPECT_EQ(callSwitch("backupConfig"), 0);
     EXPECT_EQ(callSwitch("restoreConfig"), 0);
@@ -253,7 +262,7 @@ TEST_F(BadPlace, ThatIsAFileIsNoPlace)
 {
     std::filesystem::remove(daemon.data.path());
     std::ofstream(daemon.data.path()) << "a file";
-    startReady();
+    startSoon();
     expectNotToWrite(1, ENOTDIR);
     EXPECT_EQ(callSwitch("backupConfig"), 0);
     EXPECT_EQ(callSwitch("resetConfig"), 1);
@@ -268,7 +277,7 @@ TEST_F(BadPlace, ThatIsReadOnlyIsReadAndUsedWhenItIsWritableAgain)
     store(SETUP, 1);
     store(SETUP_BAK, 101);
     faults.fail(1, FOR_EVER, EROFS, CHANGES);
-    startReady();
+    startSoon();
     EXPECT_EQ(inMemory(), 1);
     const Stored before = stored();
     expectNotToWrite(2, EROFS);
@@ -284,10 +293,22 @@ TEST_F(BadPlace, ThatIsReadOnlyIsReadAndUsedWhenItIsWritableAgain)
 TEST_F(BadPlace, WithAFolderForADocumentIsUsedWhenThatIsGone)
 {
     std::filesystem::create_directory(daemon.data.file("appSetup.json"));
-    startReady();
+    startSoon();
     expectNotToWrite(1, EISDIR);
     EXPECT_EQ(callSwitch("backupConfig"), 0);
     EXPECT_EQ(callSwitch("resetConfig"), 1);
     std::filesystem::remove(daemon.data.file("appSetup.json"));
     expectToWrite(2);
+}
+
+TEST_F(BadPlace, ThatIsFullIsReadAndUsedWhenThereIsSpaceAgain)
+{
+    store(SETUP, 1);
+    faults.fail(1, FOR_EVER, ENOSPC, TAKES_SPACE);
+    startSoon();
+    EXPECT_EQ(inMemory(), 1);
+    expectNotToWrite(2, ENOSPC);
+    EXPECT_EQ(stored()[SETUP], 1) << "as it was";
+    faults.end();
+    expectToWrite(3);
 }

@@ -144,9 +144,10 @@ TEST_P(Kill, LeavesTheWholeOldOrTheWholeNewConfiguration)
         checkOnce();
         ++done;
     }
-    std::cout << done << " kills, " << killedWhileSaving << " during a save, "
-              << killedWhileWritingOver << " of them when the file was not whole, " << orphans
-              << " left a program behind\n";
+    figure("kills", done, "");
+    figure("during_a_save", killedWhileSaving, "kills");
+    figure("when_the_file_was_not_whole", killedWhileWritingOver, "kills");
+    figure("left_a_program_behind", orphans, "kills");
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, Kill,

@@ -338,6 +338,7 @@ TEST_F(Journal, IsReadWholeBesideWrites)
         for (int i = 0; i < reads; ++i) {
             const uint32_t from = std::max(newest.load(), NEWEST) - NEWEST;
             const std::vector<uint32_t> numbers = numbersFrom(own, from);
+            ASSERT_FALSE(numbers.empty() && from > 0);
             for (size_t j = 1; j < numbers.size(); ++j)
                 ASSERT_EQ(numbers[j], numbers[j - 1] + 1);
             EXPECT_NE(macroEventLogsToStrBySeq(&macroEventLogListHead, from, own), nullptr);

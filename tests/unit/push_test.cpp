@@ -392,7 +392,7 @@ TEST_F(PushStorm, IsDeliveredInOrderAndExactlyOnceAndLeavesNothingBehind)
     pushFromAllThreads();
     expectDelivery();
     const size_t after = memoryInUse();
-    std::cout << "memory in use: " << before << " bytes before, " << after << " after\n";
+    support::figure("memory_kept", after - before, "bytes");
     if (support::SPEED_COUNTS) {  // a sanitizer has an allocator, and looks for leaks, of its own
         EXPECT_LT(after, before + tolerance);
     }
