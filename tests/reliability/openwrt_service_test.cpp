@@ -128,16 +128,12 @@ done
         programs.write(name, "#!/bin/sh" + text + "\n");
         std::filesystem::permissions(programs.file(name), std::filesystem::perms(0755));
     }
-    void run(pid_t pid, const std::string &times)
+    void run(const std::string &times)
     {
-        const Words command = params["minute"]["command"];
-        ASSERT_EQ(command.size(), 2u);
-        EXPECT_EQ(command[0], "/usr/sbin/app-minute");
-        EXPECT_THAT(params["daemon"]["pidfile"], ElementsAre(command[1]));
-        programs.write("app.pid", std::to_string(pid) + "\n");
+        EXPECT_THAT(params["minute"]["command"], ElementsAre("/usr/sbin/app-minute"));
         programs.write("date.times", times);
-        minute.start({"/bin/sh", MINUTE, programs.file("app.pid").string()},
-                     {"PATH=" + programs.path().string() + ":/usr/bin:/bin"});
+        minute.start({"/bin/sh", MINUTE}, {"PATH=" + programs.path().string() + ":/usr/bin:/bin",
+                                           "DBUS_SYSTEM_BUS_ADDRESS=" + bus.address()});
     }
 
     TempDir programs;
@@ -154,7 +150,7 @@ TEST_F(Minute, StartsTheSchedulesOfThatMinute)
         "comps":[{"target":{"dev":20},"value":255}]}}}]})",
               clock.settings());
     gatewayReady();
-    run(daemon.pid(), "1175\n1175\n1200\n1200\n");
+    run("1175\n1175\n1200\n1200\n");
     EXPECT_TRUE(eventually([&] { return sdk.heard(switchCommand(20, 0, 255)); }))
         << minute.output();
 }
@@ -179,7 +175,8 @@ TEST_F(Minute, ComesOnceAMinuteAlsoWhenTheWaitEndsEarly)
     };
     const std::filesystem::path gate = programs.file("gate");
     ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
-    run(listener.pid(), "1175\n1175\n1199\n1199\n1200\n1200\n");
+    writeProgram("dbus-send", "\necho '   uint32 " + std::to_string(listener.pid()) + "'");
+    run("1175\n1175\n1199\n1199\n1200\n1200\n");
     const auto endTheWaitOf = [&](const std::string &seconds) {
         EXPECT_TRUE(eventually([&] { return minute.outputHolds("sleep " + seconds + "\n"); }));
         std::ofstream(gate) << "\n";
