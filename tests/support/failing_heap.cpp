@@ -3,41 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <sstream>
-#include <sys/mman.h>
 #include <thread>
-#include <unistd.h>
 
 namespace support {
-
-static constexpr const char *NAME = "fault";
-
-FailingHeap::FailingHeap()
-{
-    folder.write(NAME, std::string(sizeof(HeapFault), '\0'));
-    const int file = open(folder.file(NAME).c_str(), O_RDWR | O_CLOEXEC);
-    void *mapped = mmap(nullptr, sizeof(HeapFault), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    close(file);
-    if (mapped != MAP_FAILED)
-        fault = static_cast<HeapFault *>(mapped);
-    else
-        ADD_FAILURE() << "no failing heap: " << strerror(errno);
-}
-
-FailingHeap::~FailingHeap()
-{
-    if (fault)
-        munmap(fault, sizeof *fault);
-}
 
 std::vector<std::string> FailingHeap::settings() const
 {
     return {
         "LD_PRELOAD=" FAILING_HEAP,
-        "APP_TEST_FAILING_HEAP=" + folder.file(NAME).string(),
+        "APP_TEST_FAILING_HEAP=" + fault.path(),
     };
 }
 

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "support/heap_fault.h"
-#include "support/temp_dir.h"
+#include "support/shared_record.h"
 
 #include <cstdint>
 #include <string>
@@ -14,11 +14,6 @@ namespace support {
 
 class FailingHeap {
 public:
-    FailingHeap();
-    ~FailingHeap();
-    FailingHeap(const FailingHeap &) = delete;
-    FailingHeap &operator=(const FailingHeap &) = delete;
-
     // For the environment of the program.
     std::vector<std::string> settings() const;
 
@@ -38,8 +33,7 @@ public:
     std::vector<std::string> kept() const;
 
 private:
-    HeapFault *fault = nullptr;
-    TempDir folder;
+    SharedRecord<HeapFault> fault;
 };
 
 }  // namespace support

@@ -2,21 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <climits>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <linux/futex.h>
 #include <sstream>
-#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace support {
-
-static constexpr const char *NAME = "heap";
 
 static std::string folderOf(pid_t process)
 {
@@ -95,45 +89,20 @@ void emptyMessageCache(Client &client)
     });
 }
 
-// As tests/preload/heap_probe.cpp has it.
-struct HeapReport {
-    uint32_t asked;
-    uint32_t answered;
-    uint64_t inUse;
-};
-
-HeapProbe::HeapProbe()
-{
-    folder.write(NAME, std::string(sizeof(HeapReport), '\0'));
-    const int file = open(folder.file(NAME).c_str(), O_RDWR | O_CLOEXEC);
-    void *mapped = mmap(nullptr, sizeof(HeapReport), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    close(file);
-    if (mapped != MAP_FAILED)
-        report = static_cast<HeapReport *>(mapped);
-    else
-        ADD_FAILURE() << "no look into the heap: " << strerror(errno);
-}
-
-HeapProbe::~HeapProbe()
-{
-    if (report)
-        munmap(report, sizeof *report);
-}
-
 std::vector<std::string> HeapProbe::settings() const
 {
     if (!SPEED_COUNTS)
         return {};
     return {
         "LD_PRELOAD=" HEAP_PROBE,
-        "APP_TEST_HEAP=" + folder.file(NAME).string(),
+        "APP_TEST_HEAP=" + report.path(),
         "GLIBC_TUNABLES=glibc.malloc.tcache_count=0",
     };
 }
 
 int64_t HeapProbe::bytesInUse()
 {
-    if (!SPEED_COUNTS || !report)
+    if (!SPEED_COUNTS || !report.get())
         return 0;
     const uint32_t question = __atomic_add_fetch(&report->asked, 1, __ATOMIC_RELEASE);
     syscall(SYS_futex, &report->asked, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);

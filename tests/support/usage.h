@@ -3,7 +3,7 @@
 #pragma once
 
 #include "support/client.h"
-#include "support/temp_dir.h"
+#include "support/shared_record.h"
 
 #include <cstdint>
 #include <string>
@@ -25,11 +25,6 @@ void emptyMessageCache(Client &client);
 // is left alone, and counts as empty.
 class HeapProbe {
 public:
-    HeapProbe();
-    ~HeapProbe();
-    HeapProbe(const HeapProbe &) = delete;
-    HeapProbe &operator=(const HeapProbe &) = delete;
-
     // For the environment of the program. What threads keep for themselves of what they have freed
     // would count as in use: they keep nothing.
     std::vector<std::string> settings() const;
@@ -37,8 +32,13 @@ public:
     int64_t bytesInUse();
 
 private:
-    struct HeapReport *report = nullptr;
-    TempDir folder;
+    // As tests/preload/heap_probe.cpp has it.
+    struct HeapReport {
+        uint32_t asked;
+        uint32_t answered;
+        uint64_t inUse;
+    };
+    SharedRecord<HeapReport> report;
 };
 
 }  // namespace support

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "support/temp_dir.h"
+#include "support/shared_record.h"
 
 #include <cstdint>
 #include <ctime>
@@ -14,11 +14,6 @@ namespace support {
 
 class WallClock {
 public:
-    WallClock();
-    ~WallClock();
-    WallClock(const WallClock &) = delete;
-    WallClock &operator=(const WallClock &) = delete;
-
     // For the daemon's start: it lives by this clock, in a time zone as TZ takes it.
     std::vector<std::string> settings(const std::string &zone = "UTC0") const;
 
@@ -27,8 +22,7 @@ public:
     void set(int year, int month, int day, int hour, int minute, int second = 0);  // UTC
 
 private:
-    TempDir folder;
-    int64_t *difference = nullptr;
+    SharedRecord<int64_t> difference;
 };
 
 }  // namespace support
