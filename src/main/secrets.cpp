@@ -16,7 +16,7 @@ static char *endOfText(char *text)
     return text;
 }
 
-// Takes the first character of what stands in quotes, which may be written as "\\u0070".
+// Takes the first character of what stands in quotes, which may be written as "\u0070".
 static unsigned takeCharacter(std::string_view &written)
 {
     static constexpr size_t LENGTH = 6;
