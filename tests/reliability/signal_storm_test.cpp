@@ -1,11 +1,15 @@
-// SIGALRM and SIGUSR1 at any moment, under load, and SIGTERM in the middle of it.
+// SIGALRM and SIGUSR1 at any moment, under load, while a schedule starts and ends all the time, and
+// SIGTERM in the middle of it.
 
+#include "minutes.h"
 #include "support/daemon_on_its_own_bus.h"
 #include "support/door_and_lamp.h"
 #include "support/scale.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <filesystem>
 #include <random>
 #include <sys/wait.h>
 #include <thread>
@@ -13,11 +17,9 @@
 using namespace support;
 
 static constexpr uint16_t REPORT = 5001;
-
-static std::string alarmOf(int number)
-{
-    return R"({"alarm":{"duration":)" + std::to_string(number) + "}}";
-}
+static constexpr const char *RESUME_FILE = "scheduleResumeScene.json";
+static constexpr int64_t SCHEDULED = 21;
+static const std::string SCHEDULED_ON = switchCommand(SCHEDULED, 0, 255);
 
 class SignalStorm : public DaemonOnItsOwnBus {
 protected:
@@ -25,8 +27,53 @@ protected:
     {
         DaemonOnItsOwnBus::SetUp();
         addDoorAndLamp(sdk);
-        startWith(DOOR_AND_LAMP, {"OVRIN_LOG_LEVEL=4"});
+        sdk.set(device(SCHEDULED, 0, SWITCH));
+        settings = clock.settings();
+        settings.emplace_back("OVRIN_LOG_LEVEL=4");
+        startWith(DOOR_AND_LAMP, settings);
         gatewayReady();
+    }
+    // A change of the configuration. Every SIGUSR1 after it starts the schedule, or ends it, or
+    // does neither: while schedules start and end, changes wait. It has another value to put back
+    // each time.
+    std::string changeOf(int number)
+    {
+        sdk.setBasicValue(SCHEDULED, 0, number % 200);
+        const int now = clock.minuteOfDay();
+        const int phase = number % 4;
+        const int start = phase == 0 ? now : now - 1;
+        const int end = phase == 1 ? now : now + 1;
+        return R"({"alarm":{"duration":)" + std::to_string(number) +
+               R"(},"schedules":[{"title":"Evening",)" + everyDay(start, end) +
+               R"(,"macro":{"title":"Evening","scene":{"title":"Evening","comps":[)"
+               R"({"target":{"dev":21},"value":255}]}}}]})";
+    }
+    size_t started() const
+    {
+        return sdk.count(SCHEDULED_ON);
+    }
+    size_t ended() const
+    {
+        const std::vector<std::string> texts = sdk.commandTexts();
+        return static_cast<size_t>(
+            std::count_if(texts.begin(), texts.end(), [](const std::string &text) {
+                const Json control = Json(text)["control"];
+                return control["uid"].integer() == SCHEDULED && text != SCHEDULED_ON;
+            }));
+    }
+    // Every one of its records has all that it was stored with.
+    void expectWholeResume() const
+    {
+        const std::string bytes = daemon.data.read(RESUME_FILE).value_or("");
+        ASSERT_GT(bytes.size(), 5u);
+        const std::string text = bytes.substr(4, bytes.size() - 5);
+        EXPECT_EQ(storedLayout(text), bytes) << "not whole";
+        const Json stored(text);
+        EXPECT_GT(stored.size(), 0u) << text;
+        for (size_t i = 0; i < stored.size(); ++i) {
+            EXPECT_EQ(stored[i]["title"].text(), "Evening");
+            EXPECT_EQ(stored[i]["scene"]["comps"].size(), 1u);
+        }
     }
     // Of each kind so many, now in a row, now with a pause, until then or until nobody wants more.
     void storm(int number, const std::atomic<bool> &enough)
@@ -58,6 +105,9 @@ protected:
         EXPECT_TRUE(tickUntil([&] { return sdk.count(LAMP) >= macroEvents().size(); }));
         EXPECT_EQ(sdk.count(LAMP), macroEvents().size());
     }
+
+    MinuteClock clock;
+    std::vector<std::string> settings;
 };
 
 TEST_F(SignalStorm, OfHundredThousandOfEachKindStopsNothing)
@@ -75,7 +125,7 @@ TEST_F(SignalStorm, OfHundredThousandOfEachKindStopsNothing)
         callForText("doscene", "Siren");
         ++sounds;
         const Moment asked = Clock::now();
-        EXPECT_EQ(callForNumber("jsonsetall", alarmOf(i)), 1);
+        EXPECT_EQ(callForNumber("jsonsetall", changeOf(i)), 1);
         slowest = std::max(slowest, millisecondsBetween(asked, Clock::now()));
     }
     enough = true;
@@ -83,6 +133,13 @@ TEST_F(SignalStorm, OfHundredThousandOfEachKindStopsNothing)
     EXPECT_TRUE(eventually([&] { return sdk.count(sysSound(4)) == sounds; }));
     EXPECT_GT(sounds, 3u);
     expectEveryRunComplete();
+    EXPECT_TRUE(eventually([&] { return daemon.inMainLoop(); }));
+    expectWholeResume();
+    EXPECT_FALSE(std::filesystem::exists(daemon.data.file(std::string(RESUME_FILE) + ".new")));
+    EXPECT_GT(started(), 0u);
+    EXPECT_GT(ended(), 0u);
+    figure("schedules_started", static_cast<int64_t>(started()), "");
+    figure("schedules_ended", static_cast<int64_t>(ended()), "");
     sdk.forgetHeard();
     eventHandled(REPORT, 5, 0);
     EXPECT_TRUE(eventually([&] { return macroEvents().size() == 1; }));
@@ -95,10 +152,11 @@ TEST_F(SignalStorm, OfHundredThousandOfEachKindStopsNothing)
 TEST_F(SignalStorm, WithSigtermInItEndsWithinASecondAndWithAWholeDocument)
 {
     int64_t longest = 0;
+    int64_t withResume = 0;
     const int rounds = inFull(100, 5);
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         if (round > 0) {
-            start({"OVRIN_LOG_LEVEL=4"});
+            start(settings);
             gatewayReady();
         }
         std::atomic<bool> enough = false;
@@ -106,10 +164,10 @@ TEST_F(SignalStorm, WithSigtermInItEndsWithinASecondAndWithAWholeDocument)
         std::vector<std::shared_ptr<PendingReply>> replies;
         for (int i = 0; i < 20; ++i) {
             event(REPORT, i % 3 ? 6 : 5, 0);
-            replies.push_back(client.call(APP, "jsonsetall", {alarmOf(i)}));
+            replies.push_back(client.call(APP, "jsonsetall", {changeOf(i)}));
         }
         const auto awaited = static_cast<size_t>(round % 10);
-        EXPECT_TRUE(eventually([&] { return replies[awaited]->arrived(); }));
+        EXPECT_TRUE(eventually([&] { return replies[awaited]->arrived(); }, 60s));
         const Moment asked = Clock::now();
         daemon.signal(SIGTERM);
         EXPECT_TRUE(eventually([&] { return hasEnded(); }));
@@ -125,7 +183,13 @@ TEST_F(SignalStorm, WithSigtermInItEndsWithinASecondAndWithAWholeDocument)
         const Json stored(daemon.storedSetup());
         EXPECT_EQ(stored["scenes"].size(), 2u);
         EXPECT_GE(stored["alarm"]["duration"].integer(), static_cast<int64_t>(awaited));
+        if (daemon.data.read(RESUME_FILE)) {
+            expectWholeResume();
+            ++withResume;
+        }
     }
+    EXPECT_GT(withResume, 0) << "no schedule has started in any of them";
+    figure("with_a_resume_document", withResume, "rounds");
     endsOrderly = false;
     figure("rounds", rounds, "rounds");
     figure("longest_end_ms", longest, "ms");
