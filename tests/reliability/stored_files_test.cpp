@@ -3,8 +3,10 @@
 
 #include "support/daemon_on_its_own_bus.h"
 #include "support/scale.h"
+#include "support/wall_clock.h"
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 
 using namespace support;
@@ -28,7 +30,8 @@ static std::string configuration()
     };
     list("scenes", R"({"title":"Scene )", R"(","comps":[{"target":{"dev":20},"value":1}]})");
     list("macros", R"({"title":"Macro )", R"(","enabled":1,"scene":"Scene 1"})");
-    list("schedules", R"({"title":"Schedule )", R"(","start_hour":8})");
+    list("schedules", R"({"title":"Schedule )",
+         R"(","enabled":1,"weekdays":127,"start_hour":8,"end_hour":9})");
     list("rooms", R"({"title":"Room )", R"(","targets":[{"dev":5,"if":0,"ch":1}]})");
     list("cameras", R"({"uid":"Camera )", R"("})");
     list("registeredDevices", R"({"token":"Token )", R"(","platform":"ios"})");
@@ -75,7 +78,7 @@ protected:
     void startInTime()
     {
         const Moment begin = Clock::now();
-        launch({"OVRIN_LOG_LEVEL=4"});  // which does not show the document
+        launch(settings);
         waitUntilStarted();
         const int64_t took = millisecondsBetween(begin, Clock::now());
         longest = std::max(longest, took);
@@ -117,6 +120,7 @@ protected:
         EXPECT_FALSE(stored["scenes"].isNull()) << "what is saved is whole again";
     }
 
+    std::vector<std::string> settings = {"OVRIN_LOG_LEVEL=4"};  // which does not show the document
     std::string text, bytes;
     Json whole;
     int64_t limit = inFull(1'000, 5'000);  // ms
@@ -224,17 +228,106 @@ TEST_F(StoredFiles, OfFiftyMegabytesAreReadWholeOrNotAtAll)
     tryFile("zeros behind it", bytes + std::string(LARGE, '\0'), EVERYTHING);
 }
 
-// What a schedule's end finds.
-TEST_F(StoredFiles, OfSchedulesThatAreDamagedStopNothing)
+// Two schedules that have started are pending, two lamps each.
+static const std::string RESUME =
+    R"([{"scene":{"comps":[{"target":{"ch":0,"dev":20,"if":0},"value":7},)"
+    R"({"target":{"ch":0,"dev":21,"if":0},"value":33}]},"title":"Schedule 1"},)"
+    R"({"scene":{"comps":[{"target":{"ch":0,"dev":22,"if":0},"value":9},)"
+    R"({"target":{"ch":0,"dev":23,"if":0},"value":50}]},"title":"Schedule 3"}])";
+static const std::vector<std::string> FIRST_BACK = {switchCommand(20, 0, 7),
+                                                    switchCommand(21, 0, 33)};
+static const std::vector<std::string> SECOND_BACK = {switchCommand(22, 0, 9),
+                                                     switchCommand(23, 0, 50)};
+
+class StoredSchedules : public StoredFiles {
+protected:
+    void SetUp() override
+    {
+        StoredFiles::SetUp();
+        for (const int64_t uid : {20, 21, 22, 23, 30})
+            sdk.set(device(uid, 0, SWITCH));
+        settings = clock.settings();
+        settings.emplace_back("OVRIN_LOG_LEVEL=3");
+    }
+    // The document as it is found when the schedules end.
+    void tryResume(const std::string &name, const std::string &content)
+    {
+        SCOPED_TRACE(name);
+        daemon.data.write(SETUP_FILE, bytes);
+        daemon.data.write(RESUME_FILE, content);
+        clock.set(2024, 7, 1, 8, 30);
+        startInTime();
+        expectListsThatAre(EVERYTHING);
+        expectPutBack(content);
+        expectToServe();
+        daemon.stop();
+    }
+    // What is not damaged is put back, all of it. What is no JSON any more is nothing at all, and
+    // what still is JSON says of the first schedule what it says; the second is as it was.
+    void expectPutBack(const std::string &content)
+    {
+        const std::vector<std::string> commands = commandsOfTheEnd();
+        const std::string now =
+            content.substr(std::min(content.size(), LENGTH_FIELD),
+                           content.size() > LENGTH_FIELD ? content.size() - LENGTH_FIELD - 1 : 0);
+        const Json says(now);
+        if (now == RESUME) {
+            std::vector<std::string> both = FIRST_BACK;
+            both.insert(both.end(), SECOND_BACK.begin(), SECOND_BACK.end());
+            EXPECT_EQ(commands, both);
+            ++putBack;
+        } else if (!says.isArray()) {
+            EXPECT_THAT(commands, testing::IsEmpty());
+            ++notPutBack;
+        } else {
+            EXPECT_THAT(commands, testing::IsSupersetOf(SECOND_BACK));
+            EXPECT_LE(commands.size(), FIRST_BACK.size() + SECOND_BACK.size());
+            ++otherwise;
+        }
+    }
+    std::vector<std::string> commandsOfTheEnd()
+    {
+        static const std::string MARKER = switchCommand(30, 0, 1);
+        gatewayReady();
+        EXPECT_EQ(callForNumber("jsonsetall",
+                                R"({"scenes":[{"title":"Marker","comps":[)"
+                                R"({"target":{"dev":512},"value":3},)"  // waits for those before it
+                                R"({"target":{"dev":30},"value":1}]}]})"),
+                  1);
+        sdk.forgetHeard();
+        clock.set(2024, 7, 1, 9, 0);
+        const size_t before = daemon.timesLogged("schedule signal");
+        daemon.signal(SIGUSR1);
+        EXPECT_TRUE(eventually([&] { return daemon.timesLogged("schedule signal") > before; }));
+        EXPECT_TRUE(eventually([&] { return daemon.inMainLoop(); }));
+        callForText("doscene", "Marker");
+        EXPECT_TRUE(eventually([&] { return sdk.heard(MARKER); }));
+        std::vector<std::string> texts = sdk.commandTexts();
+        std::erase(texts, MARKER);
+        return texts;
+    }
+
+    WallClock clock;
+    int64_t putBack = 0;
+    int64_t notPutBack = 0;
+    int64_t otherwise = 0;
+};
+
+TEST_F(StoredSchedules, ThatAreDamagedArePutBackWholeOrNotAtAll)
 {
-    const std::string resume =
-        R"([{"scene":{"comps":[{"target":{"ch":0,"dev":20,"if":0},"value":7}]},"title":"M"}])";
-    const std::string good = storedLayout(resume);
+    const std::string good = storedLayout(RESUME);
+    tryResume("not damaged", good);
     const size_t step = inFull(size_t{7}, size_t{127} * CASE_STEP);
     for (size_t bit = 0; bit < FIRST_BYTES * 8 && !HasFailure(); bit += step) {
         std::string flipped = good;
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
-        daemon.data.write(RESUME_FILE, flipped);
-        tryFile("resume, bit " + std::to_string(bit), bytes, EVERYTHING);
+        tryResume("bit " + std::to_string(bit), flipped);
     }
+    for (size_t i = 1; i < inFull(size_t{10}, size_t{3}) && !HasFailure(); ++i)
+        tryResume("cut", good.substr(0, good.size() * i / inFull(size_t{10}, size_t{3})));
+    figure("put_back", putBack, "files");
+    figure("not_put_back", notPutBack, "files");
+    figure("says_otherwise", otherwise, "files");
+    EXPECT_GT(putBack, 1);
+    EXPECT_GT(notPutBack, 1);
 }
