@@ -83,13 +83,14 @@ TEST_F(PlatformFaults, EachKeyThatIsNotAnsweredCostsASecond)
     endsOrderly = false;
 }
 
+// Eleven seconds, in the share as well: fewer keys would leave the bound unseen.
 TEST_F(PlatformFaults, AllKeysWithoutAnAnswerLeaveTheStartBelowTwelveSeconds)
 {
-    const size_t keys = inFull(std::size(START_KEYS), size_t{3});
-    for (size_t i = 0; i < keys; ++i)
-        platform.behave(START_KEYS[i], Answer::silence());
+    for (const char *key : START_KEYS)
+        platform.behave(key, Answer::silence());
     startInTime();
-    EXPECT_EQ(daemon.timesLogged("No reply, key: "), keys);
+    EXPECT_EQ(daemon.timesLogged("No reply, key: "), std::size(START_KEYS));
+    EXPECT_GE(longest, 1000 * static_cast<int64_t>(std::size(START_KEYS)));
     figure("start_ms", longest, "ms");
 }
 
