@@ -65,7 +65,7 @@ static const std::string SIREN_BACK = switchCommand(30, 0, 0);
 
 class ClockSteps : public ConfigurableDaemon {
 protected:
-    static constexpr int64_t MARGIN = 1500;  // ms that a loaded machine may take
+    const int64_t margin = inFull(300, 1500);  // ms; the share is run beside other tests
 
     void SetUp() override
     {
@@ -132,7 +132,7 @@ protected:
     {
         EXPECT_GE(took, wanted - inFull(50, 250));  // the earlier moment may be heard late
         if (SPEED_COUNTS) {
-            EXPECT_LE(took, wanted + MARGIN);
+            EXPECT_LE(took, wanted + margin);
         }
         latest = std::max(latest, took - wanted);
     }
@@ -147,7 +147,7 @@ protected:
         const int64_t took = millisecondsBetween(asked, Clock::now());
         EXPECT_GE(took, 150);
         if (SPEED_COUNTS) {
-            EXPECT_LE(took, 200 + MARGIN);
+            EXPECT_LE(took, 200 + margin);
         }
     }
     size_t lampsSent() const
