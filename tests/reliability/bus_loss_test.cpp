@@ -4,6 +4,8 @@
 #include "support/daemon_on_its_own_bus.h"
 #include "support/scale.h"
 
+#include <sstream>
+
 using namespace support;
 
 static constexpr uint16_t REPORT = 5001;
@@ -36,6 +38,18 @@ protected:
             EXPECT_LE(took, SOON.count());
         }
         EXPECT_EQ(daemon.timesLogged(line), 1u);
+        EXPECT_EQ(linesBeginningWith("6 endWithoutBus:"), 1u) << daemon.logTail();
+        EXPECT_EQ(linesBeginningWith("6 endWithoutBus:", line), 1u) << daemon.logTail();
+    }
+    size_t linesBeginningWith(const std::string &begin, const std::string &text = "") const
+    {
+        std::istringstream log(daemon.log());
+        size_t count = 0;
+        for (std::string logged; std::getline(log, logged);) {
+            if (logged.starts_with(begin) && logged.find(text) != std::string::npos)
+                ++count;
+        }
+        return count;
     }
 
     int64_t longest = 0;
@@ -74,4 +88,20 @@ TEST_F(BusLoss, AtTheStartEndsTheDaemonWithinASecond)
         expectOneLineAndEnd("There is no bus to serve", begin);
     }
     figure("longest_ms", longest, "ms");
+}
+
+TEST_F(BusLoss, AtTheStartIsMadeGoodByTheNextStartWhenTheBusHasCome)
+{
+    bus.stop();
+    daemon.writeSetup(setup());
+    const Moment begin = Clock::now();
+    launch();
+    expectOneLineAndEnd("There is no bus to serve", begin);
+    startTheBusAgain();
+    sdk.set(device(20, 0, SWITCH));
+    start();
+    gatewayReady();
+    EXPECT_EQ(callForText("jsongettitles", "scenes"), R"(["Light"])");
+    callForText("doscene", "Light");
+    EXPECT_TRUE(eventually([&] { return sdk.heard(switchCommand(20, 0, 255)); }));
 }
