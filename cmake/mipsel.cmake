@@ -12,6 +12,9 @@ endif()
 get_filename_component(APP_SYSROOT ${APP_SYSROOT} ABSOLUTE)
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES APP_SYSROOT)
 set(SYSROOT_LIBRARIES ${APP_SYSROOT}/usr/lib/mipsel-linux-gnu)
+if(NOT EXISTS ${SYSROOT_LIBRARIES})
+    message(FATAL_ERROR "There are no libraries of the device in ${APP_SYSROOT}: scripts/sysroot.sh fetches them")
+endif()
 
 # Not --sysroot: the compiler brings the headers of the C library, and looks beside itself.
 set(CMAKE_FIND_ROOT_PATH ${APP_SYSROOT})

@@ -65,7 +65,8 @@ document()
 
 What the daemon takes of a device with little memory and flash. This page is written by
 \`scripts/footprint.sh\`, which builds the daemon for 32-bit MIPS and measures that program under an
-emulator; the tests \`Footprint.*\` hold the goals in every \`./test\` and \`./test --target mipsel\`.
+emulator. \`./test --target mipsel\` holds the goals of size and memory, the tests \`Footprint.*\` those of memory, stacks and
+wake-ups in every \`./test\`.
 Measured on $(LC_ALL=C date -u '+%-d %B %Y') by version $("$BUILD_ROOT/$TARGET/emulated_app" --version | cut -d' ' -f2).
 
 | what | measured | goal |

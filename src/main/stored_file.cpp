@@ -18,6 +18,8 @@
 
 static constexpr const char *DATA_DIR = "/mnt/OvrinData";
 static constexpr long LENGTH_FIELD = 4;
+// Far more than any configuration, and what addresses of 32 bits hold.
+static constexpr off_t LARGEST_FILE = off_t{256} * 1024 * 1024;
 
 static long long appContig_ts LOCKING(guarded_by(settings_mutex));
 
@@ -88,6 +90,10 @@ char *jsonStrReadFromFile(const char *path)
     }
     if (status.st_size <= LENGTH_FIELD)
         return nullptr;
+    if (status.st_size > LARGEST_FILE) {
+        LOG(ERROR, "%s is too large\n", path);
+        return nullptr;
+    }
 
     const auto size = static_cast<size_t>(status.st_size);
     Owned<char> text(static_cast<char *>(calloc(size + 1, 1)));

@@ -3,6 +3,7 @@
 #include "support/daemon_on_its_own_bus.h"
 
 #include <fcntl.h>
+#include <filesystem>
 #include <pty.h>
 #include <sstream>
 #include <unistd.h>
@@ -52,6 +53,13 @@ protected:
         std::vector<std::string> lines = linesOf(text);
         std::erase_if(lines, [&](const auto &line) { return line.find(what) == line.npos; });
         return lines;
+    }
+
+    static std::string folderOfTheOtherLibrary()
+    {
+        if (!emulated())
+            return OTHER_OVRINLOG;
+        return std::filesystem::path(daemonProgram()).parent_path() / "tests/other_ovrinlog";
     }
 
     TempDir data;
@@ -132,7 +140,7 @@ TEST_F(LogLines, AreBareOnATerminal)
 TEST_F(LogLines, GoToTheLibraryThatIsLoadedInItsPlace)
 {
     std::vector<std::string> all = settings("6");
-    all.push_back("LD_LIBRARY_PATH=" OTHER_OVRINLOG);
+    all.push_back("LD_LIBRARY_PATH=" + folderOfTheOtherLibrary());
     all.push_back("APP_TEST_LOG_FILE=" + data.file("log").string());
     program.start({daemonProgram()}, all);
     say();

@@ -256,7 +256,7 @@ TEST_F(Robustness, KeepsAConfigurationThatIsTooLongForTheBus)
     static constexpr size_t LONGEST_TEXT = size_t{16} * 1024 * 1024;
     static constexpr int SCENES = 40'000;
     if (!SPEED_COUNTS)
-        GTEST_SKIP() << "minutes under a sanitizer";
+        GTEST_SKIP() << "minutes under a sanitizer, or an emulator";
     startWith("{}", {"OVRIN_LOG_LEVEL=6"});
     gatewayReady();
     std::string document = R"({"scenes":[)";

@@ -24,7 +24,7 @@ protected:
     {
         // A sanitizer has a heap of its own.
         if (!SPEED_COUNTS)
-            GTEST_SKIP() << "not under a sanitizer";
+            GTEST_SKIP() << "a sanitizer, or an emulator, has a heap of its own";
         ConfigurableDaemon::SetUp();
         sdk.set(device(5, 0, DOOR, 255));
         sdk.set(device(6, 0, SWITCH, 1));

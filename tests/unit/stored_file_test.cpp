@@ -9,6 +9,8 @@
 #include "support/temp_dir.h"
 
 #include <cstring>
+#include <filesystem>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 using support::storedLayout;
@@ -157,4 +159,17 @@ TEST_F(StoredFile, SavedAndLoadedIsTheSameConfiguration)
     EXPECT_EQ(*folder.read("appSetup.json"), storedLayout(before));
     appConfigParser(nullptr);
     EXPECT_EQ(takeText(getAllAppConfig()), before);
+}
+
+// Its size is more than addresses of 32 bits hold, and half of it would look small.
+TEST_F(StoredFile, GivesNothingWhenItIsAbsurdlyLarge)
+{
+    folder.write("appSetup.json", storedLayout("{}"));
+    std::filesystem::resize_file(folder.file("appSetup.json"), (uintmax_t{1} << 32) + 2);
+    forgetLog();
+    EXPECT_EQ(readBack(), "(null)");
+    const LogLine said = {6, "jsonStrReadFromFile",
+                          appSetupPath() + std::string(" is too large\n")};
+    EXPECT_THAT(logLines(), testing::Contains(said));
+    EXPECT_TRUE(std::filesystem::exists(folder.file("appSetup.json")));
 }
