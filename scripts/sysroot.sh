@@ -56,7 +56,8 @@ apt()
     local log=$BUILD_ROOT/mipsel-sysroot.log
     (cd "$APT_ROOT/debs" && APT_CONFIG=$APT_ROOT/apt.conf apt-get "$@") </dev/null >"$log" 2>&1 || {
         tail -n 20 "$log" >&2
-        die "apt-get failed; the whole log is $log"
+        die "apt-get failed; the whole log is $log. Where a version has left the archive, --update" \
+            "names the newer one, or APP_ARCHIVE an archive that still has it"
     }
 }
 
@@ -116,6 +117,8 @@ unpack()
     while IFS= read -r -d '' link; do
         ln -sfrT "$SYSROOT$(readlink "$link")" "$link"
     done < <(find "$SYSROOT" -type l -lname '/*' -print0)
+    # With the archive's own times nothing would be built anew after an update.
+    find "$SYSROOT" -type f -exec touch {} +
 }
 
 main()

@@ -90,6 +90,7 @@ TEST_F(OpenWrtService, RunsBothAsItsUserAgainAndAgain)
         EXPECT_THAT(params[instance]["user"], ElementsAre("ovrin"));
         EXPECT_THAT(params[instance]["respawn"], ElementsAre("3600", "5", "0"));
         EXPECT_THAT(params[instance]["stderr"], ElementsAre("1"));
+        EXPECT_THAT(params[instance]["no_new_privs"], ElementsAre("1"));
     }
 }
 

@@ -203,6 +203,14 @@ TEST_F(PackagedUnits, HoldOnlyWhatSystemdKnows)
     EXPECT_THAT(program.output(), testing::Not(HasSubstr("app")));
 }
 
+// The default is a minute, in which one would be missed.
+TEST(PackagedTimer, SendsEachMinuteToTheSecond)
+{
+    const std::string timer = fileText(PACKAGING_FOLDER "/app-minute.timer");
+    EXPECT_THAT(timer, HasSubstr("\nOnCalendar=*:*:00\n"));
+    EXPECT_THAT(timer, HasSubstr("\nAccuracySec=1s\n"));
+}
+
 class Package : public testing::Test {
 protected:
     static std::string answerTo(const char *argument)

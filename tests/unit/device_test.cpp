@@ -27,6 +27,7 @@ TEST(Device, HasNumbersOfTheSameSizesAsADesk)
     static_assert(sizeof(decltype(timespec::tv_sec)) == 8);
     static_assert(std::endian::native == std::endian::little, "as stored documents begin");
     static_assert(alignof(Comp) == 8 && alignof(GetDev_channel) == 8);
+    static_assert(offsetof(Comp, value) % 8 == 0 && sizeof(Comp) % 8 == 0);
     SUCCEED();
 }
 
@@ -73,6 +74,21 @@ TEST(Device, TakesSignalsByTheirNames)
 // Addresses are logged as 32 bits, which is all there is to one there.
 TEST(Device, LogsTheLowWordOfAnAddress)
 {
-    const auto *address = reinterpret_cast<const void *>(uintptr_t{0x1234abcd});
-    EXPECT_EQ(logAddress(address), 0x1234abcdu);
+    constexpr auto NUMBER = static_cast<uintptr_t>(0x12345678'9abcdef0);
+    EXPECT_EQ(logAddress(reinterpret_cast<const void *>(NUMBER)), 0x9abcdef0u);
+}
+
+// What is more than a long holds there is no less.
+TEST(Device, ReadsNumbersOfSixtyFourBits)
+{
+    static constexpr Integer LARGE = 1'234'567'890'123;
+    const Value text(
+        R"({"title":"A","comps":[{"target":{"dev":1234567890123},"value":-1234567890123}]})");
+    Scene *scene = callocScene();
+    setScene(text, scene);
+    const Comp *comp = FIRST_ELEMENT(Comp, node, &scene->comps);
+    ASSERT_NE(comp, nullptr);
+    EXPECT_EQ(comp->target.dev, LARGE);
+    EXPECT_EQ(comp->value, -LARGE);
+    freeScene(scene);
 }
