@@ -12,7 +12,6 @@ namespace support {
 
 static constexpr const char *SETUP = "appSetup.json";
 static constexpr size_t TAIL = 6000;
-static constexpr const char *LAST_OF_START_UP = "scene_int_mutex addr: ";
 
 static constexpr const char *COMPLAINTS[] = {
     "ERROR: AddressSanitizer", "LeakSanitizer",          "WARNING: ThreadSanitizer",
@@ -68,19 +67,20 @@ static uint64_t signalSet(pid_t pid, const std::string &name)
     return 0;
 }
 
-// What the main thread of PID waits in, -1 when it runs.
-static long systemCall(pid_t pid)
+// Whether its main thread waits for signals alone: it polls, and no descriptor.
+static bool waitsForSignals(pid_t pid)
 {
     std::ifstream file("/proc/" + std::to_string(pid) + "/syscall");
     long number = -1;
-    return file >> number ? number : -1;
+    std::string descriptors, count;
+    return file >> number >> descriptors >> count && number == SYS_ppoll && count == "0x0";
 }
 
 bool DaemonProcess::inMainLoop() const
 {
     // The kernel knows only the emulator's own signals.
     if (emulated())
-        return logged(LAST_OF_START_UP) && systemCall(pid()) == SYS_ppoll;
+        return waitsForSignals(pid());
     const auto bit = [](int number) { return uint64_t{1} << (number - 1); };
     return (signalSet(pid(), "SigCgt") & bit(SIGTERM)) != 0 &&
            (signalSet(pid(), "SigBlk") & bit(SIGUSR1)) == 0;
