@@ -312,17 +312,15 @@ protected:
             EXPECT_LE(percentile(answers, 0.99), inFull(100'000, 500'000));
         }
     }
-    // The work twice; what the second leaves in use, it gives back.
+    // The work twice, beside a client that reads; what the second leaves in use, it gives back.
     void expectMemoryBackAfter(const std::function<void()> &work)
     {
         const size_t descriptors = descriptorsOf(daemon.pid());
-        work();
-        settle();
-        const int64_t before = heap.bytesInUse();
+        whileAClientReads(work);
+        const int64_t before = heapAtRest();
         const int64_t residentBefore = residentKilobytesOf(daemon.pid());
-        work();
-        settle();
-        const int64_t kept = heap.bytesInUse() - before;
+        whileAClientReads(work);
+        const int64_t kept = heapAtRest() - before;
         const int64_t resident = residentKilobytesOf(daemon.pid()) - residentBefore;
         figure("heap_kept", kept, "bytes");
         figure("resident_kept", resident, "kB");
@@ -332,10 +330,16 @@ protected:
             EXPECT_LE(resident, inFull(64, 512));  // of a share the first half warms little
         }
     }
-    void settle()
+    // What the bus library keeps for the next messages differs from one moment to the other.
+    int64_t heapAtRest()
     {
-        emptyMessageCache(client);
-        callForText("jsongetall", "");
+        int64_t least = INT64_MAX;
+        for (int look = 0; look < 5; ++look) {
+            emptyMessageCache(client);
+            callForText("jsongetall", "");
+            least = std::min(least, heap.bytesInUse());
+        }
+        return least;
     }
     void spam(const std::vector<std::string> &options)
     {
@@ -357,12 +361,10 @@ TEST_F(Hostility, FloodsLeaveAClientItsAnswers)
 {
     startHome();
     const std::string count = "--count=" + std::to_string(inFull(60'000, 10'000) / 2);
-    whileAClientReads([&] {
-        expectMemoryBackAfter([&] {
-            spam({"--no-reply", count});
-            spam({"--no-reply", "--payload=" + std::string(8000, 'x'), count});
-            listenerIsIdle();
-        });
+    expectMemoryBackAfter([&] {
+        spam({"--no-reply", count});
+        spam({"--no-reply", "--payload=" + std::string(8000, 'x'), count});
+        listenerIsIdle();
     });
     expectNothingChanged();
 }
@@ -373,24 +375,22 @@ TEST_F(Hostility, WrongArgumentsChangeNothing)
     const int rounds = inFull(30, 5);  // of some 850 messages
     Stranger stranger(bus.address());
     int sent = 0;
-    whileAClientReads([&] {
-        expectMemoryBackAfter([&] {
-            for (int round = 0; round < rounds; ++round) {
-                for (const Row &row : ROWS) {
-                    for (const char *signature : SIGNATURES) {
-                        if (row.takes[0] && isRightFor(row, signature))
-                            continue;
-                        const Message message = messageFor(row);
-                        DBusMessageIter iterator;
-                        dbus_message_iter_init_append(message.get(), &iterator);
-                        appendValues(&iterator, signature);
-                        stranger.send(message.get());
-                        ++sent;
-                    }
+    expectMemoryBackAfter([&] {
+        for (int round = 0; round < rounds; ++round) {
+            for (const Row &row : ROWS) {
+                for (const char *signature : SIGNATURES) {
+                    if (row.takes[0] && isRightFor(row, signature))
+                        continue;
+                    const Message message = messageFor(row);
+                    DBusMessageIter iterator;
+                    dbus_message_iter_init_append(message.get(), &iterator);
+                    appendValues(&iterator, signature);
+                    stranger.send(message.get());
+                    ++sent;
                 }
             }
-            stranger.finish();
-        });
+        }
+        stranger.finish();
     });
     figure("messages", sent, "");
     expectNothingChanged();
@@ -403,29 +403,27 @@ TEST_F(Hostility, HugeTextsChangeNothing)
     const std::string huge(1 << 20, 'x');
     const std::string nested(1 << 20, '[');
     Stranger stranger(bus.address(), 2);  // megabytes
-    whileAClientReads([&] {
-        expectMemoryBackAfter([&] {
-            for (int round = 0; round < rounds; ++round) {
-                for (const Row &row : ROWS) {
-                    const size_t texts = std::string(row.takes).find('s');
-                    if (texts == std::string::npos)
-                        continue;
-                    for (const std::string *text : {&huge, &nested}) {
-                        const Message message = messageFor(row);
-                        DBusMessageIter iterator;
-                        dbus_message_iter_init_append(message.get(), &iterator);
-                        for (size_t i = 0; i < texts; ++i) {
-                            const uint16_t number = 5;
-                            dbus_message_iter_append_basic(&iterator, DBUS_TYPE_UINT16, &number);
-                        }
-                        const char *pointer = text->c_str();
-                        dbus_message_iter_append_basic(&iterator, DBUS_TYPE_STRING, &pointer);
-                        stranger.send(message.get());
+    expectMemoryBackAfter([&] {
+        for (int round = 0; round < rounds; ++round) {
+            for (const Row &row : ROWS) {
+                const size_t texts = std::string(row.takes).find('s');
+                if (texts == std::string::npos)
+                    continue;
+                for (const std::string *text : {&huge, &nested}) {
+                    const Message message = messageFor(row);
+                    DBusMessageIter iterator;
+                    dbus_message_iter_init_append(message.get(), &iterator);
+                    for (size_t i = 0; i < texts; ++i) {
+                        const uint16_t number = 5;
+                        dbus_message_iter_append_basic(&iterator, DBUS_TYPE_UINT16, &number);
                     }
+                    const char *pointer = text->c_str();
+                    dbus_message_iter_append_basic(&iterator, DBUS_TYPE_STRING, &pointer);
+                    stranger.send(message.get());
                 }
             }
-            stranger.finish();
-        });
+        }
+        stranger.finish();
     });
     expectNothingChanged();
 }
@@ -434,20 +432,18 @@ TEST_F(Hostility, CallersThatVanishLeaveNothingBehind)
 {
     startHome();
     const int callers = inFull(5'000, 300);
-    whileAClientReads([&] {
-        expectMemoryBackAfter([&] {
-            BusThread thread;
-            Stranger counting(bus.address());
-            for (int i = 0; i < callers; ++i) {
-                Client stranger;
-                stranger.join(thread, bus.address());
-                for (const char *member : {"jsongetall", "jsongeteventbyseq", "jsongetgroup"})
-                    stranger.call(APP, member, {"scenes"});
-                stranger.leave();
-                counting.keepBacklog(3);
-            }
-            counting.finish();
-        });
+    expectMemoryBackAfter([&] {
+        BusThread thread;
+        Stranger counting(bus.address());
+        for (int i = 0; i < callers; ++i) {
+            Client stranger;
+            stranger.join(thread, bus.address());
+            for (const char *member : {"jsongetall", "jsongeteventbyseq", "jsongetgroup"})
+                stranger.call(APP, member, {"scenes"});
+            stranger.leave();
+            counting.keepBacklog(3);
+        }
+        counting.finish();
     });
     expectNothingChanged();
 }
@@ -457,19 +453,17 @@ TEST_F(Hostility, RepliesNobodyAskedForAreIgnored)
     startHome("2");
     const int replies = inFull(25'000, 5'000);
     Stranger stranger(bus.address());
-    whileAClientReads([&] {
-        expectMemoryBackAfter([&] {
-            for (int i = 0; i < replies; ++i) {
-                const Message reply(dbus_message_new(i % 2 ? DBUS_MESSAGE_TYPE_METHOD_RETURN
-                                                           : DBUS_MESSAGE_TYPE_ERROR));
-                dbus_message_set_destination(reply.get(), APP_NAME);
-                dbus_message_set_reply_serial(reply.get(), static_cast<uint32_t>(i + 1));
-                if (i % 2 == 0)
-                    dbus_message_set_error_name(reply.get(), DBUS_ERROR_FAILED);
-                stranger.send(reply.get());
-            }
-            stranger.finish();
-        });
+    expectMemoryBackAfter([&] {
+        for (int i = 0; i < replies; ++i) {
+            const Message reply(dbus_message_new(i % 2 ? DBUS_MESSAGE_TYPE_METHOD_RETURN
+                                                       : DBUS_MESSAGE_TYPE_ERROR));
+            dbus_message_set_destination(reply.get(), APP_NAME);
+            dbus_message_set_reply_serial(reply.get(), static_cast<uint32_t>(i + 1));
+            if (i % 2 == 0)
+                dbus_message_set_error_name(reply.get(), DBUS_ERROR_FAILED);
+            stranger.send(reply.get());
+        }
+        stranger.finish();
     });
     EXPECT_TRUE(daemon.logged("path: (null), method: (null)")) << "none has come";
     expectNothingChanged();
