@@ -7,7 +7,6 @@
 #include "main/scope.h"
 #include "main/threads.h"
 
-#include <atomic>
 #include <cstring>
 #include <pthread.h>
 #include <unistd.h>
@@ -35,11 +34,10 @@ DBusConnection *dbus_conn_init()
 
 void endWithoutBus(const char *why)
 {
-    static std::atomic<bool> ending;
-    const bool isFirst = !ending.exchange(true);
-    if (isFirst)
-        LOG(ERROR, "%s\n", why);
+    // Both connections may find the bus gone at once. The first never lets go of the mutex, so that
+    // the line is there, once, before the process ends.
     const MutexLock noFileIsBeingWritten(app_config_mutex);
+    LOG(ERROR, "%s\n", why);
     _exit(1);
 }
 
