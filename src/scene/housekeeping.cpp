@@ -3,6 +3,7 @@
 #include "bus/outbound.h"
 #include "config/snapshot.h"
 #include "main/json_text.h"
+#include "main/kept_memory.h"
 #include "main/log.h"
 #include "main/scope.h"
 #include "main/settings.h"
@@ -218,6 +219,7 @@ static void runMinuteBlock(time_t now, const tm &local) LOCKING(requires_capabil
         count.abortCount = 0;
         askSdkDaemon("abort", UID_SDK_DAEMON);
     }
+    returnFreeMemory();
 }
 
 // Each save arms the other.
