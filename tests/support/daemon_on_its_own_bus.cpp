@@ -145,6 +145,15 @@ bool DaemonOnItsOwnBus::tickUntil(const std::function<bool()> &condition, Millis
     return true;
 }
 
+// What belongs to the first is done when the second has begun.
+void DaemonOnItsOwnBus::passAMinute()
+{
+    static constexpr int64_t SUN = 509;
+    const auto ofAMinute = deviceCommand("sunrise_set_trig_time_judge", SUN, {}, 0);
+    const size_t before = sdk.count(ofAMinute);
+    EXPECT_TRUE(tickUntil([&] { return sdk.count(ofAMinute) >= before + 2; }, 60s));
+}
+
 std::vector<Json> DaemonOnItsOwnBus::recent() const
 {
     std::vector<Json> result;

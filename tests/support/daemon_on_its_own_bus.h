@@ -66,6 +66,7 @@ protected:
     // Quick motion: every SIGALRM is a tick, whoever sends it. False when the condition did not
     // come true.
     bool tickUntil(const std::function<bool()> &condition, Milliseconds limit = 20s);
+    void passAMinute();  // in quick motion
 
     std::vector<Json> recent() const;  // the newest record of each "recent" announcement, in order
     std::vector<Json>
