@@ -2,13 +2,13 @@
 // answered and answers to no question, and beside them a client with ordinary wishes.
 
 #include "event_flow.h"
+#include "support/documented_interface.h"
 #include "support/scale.h"
 #include "support/usage.h"
 
 #include <atomic>
 #include <cstring>
 #include <deque>
-#include <fstream>
 #include <thread>
 
 using namespace support;
@@ -65,48 +65,17 @@ static std::string told(int type, const std::string &interface, const std::strin
     return (type == SIGNAL ? "signal " : "method ") + interface + " " + member + " " + takes;
 }
 
-// What stands in the quotes after `begin`, or nothing.
-static std::string quotedAfter(const std::string &line, const std::string &begin)
-{
-    const size_t start = line.find(begin);
-    if (start == std::string::npos)
-        return "";
-    const size_t name = start + begin.size();
-    return line.substr(name, line.find('"', name) - name);
-}
-
-// The methods, and the signals that the daemon listens to, with their arguments.
-static std::vector<std::string> documentedRows()
-{
-    std::ifstream file(DOCS_FOLDER "/com.ovrinbus.app.xml");
-    EXPECT_TRUE(file);
-    std::vector<std::string> rows;
-    std::string interface;
-    bool isListenedTo = false;
-    for (std::string line; std::getline(file, line);) {
-        const std::string next = quotedAfter(line, "<interface name=\"");
-        const std::string method = quotedAfter(line, "<method name=\"");
-        const std::string signal = quotedAfter(line, "<signal name=\"");
-        if (!next.empty())
-            interface = next;
-        if (!method.empty() || !signal.empty())
-            isListenedTo = !method.empty() || interface == EVENT_SIGNALS;
-        if (isListenedTo && !(method + signal).empty())
-            rows.push_back(told(method.empty() ? SIGNAL : METHOD, interface, method + signal, ""));
-        if (isListenedTo && line.find("<arg ") != std::string::npos &&
-            line.find("direction=\"out\"") == std::string::npos)
-            rows.back() += quotedAfter(line, "type=\"");
-    }
-    return rows;
-}
-
 // Or what is new would be spared.
 TEST(HostilityRows, AreAllThatIsDocumented)
 {
     std::vector<std::string> rows;
     for (const Row &row : ROWS)
         rows.push_back(told(row.type, row.interface, row.member, row.takes));
-    EXPECT_THAT(rows, testing::UnorderedElementsAreArray(documentedRows()));
+    std::vector<std::string> documented;
+    for (const DocumentedMember &member : documentedMembers())
+        documented.push_back(
+            told(member.isMethod ? METHOD : SIGNAL, member.interface, member.name, member.takes));
+    EXPECT_THAT(rows, testing::UnorderedElementsAreArray(documented));
 }
 
 // Of every type that a message can hold, beginning with each that a row takes.

@@ -1,6 +1,7 @@
 // The documented bus interface is the one that is routed.
 
 #include "bus/listener.h"
+#include "support/documented_interface.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,40 +22,18 @@ static std::vector<std::string> routedMembers()
     return members;
 }
 
-// What stands in the quotes after `begin`, or nothing.
-static std::string nameAfter(const std::string &line, const std::string &begin)
+static std::vector<std::string> documentedNames()
 {
-    const size_t start = line.find(begin);
-    if (start == std::string::npos)
-        return "";
-    const size_t name = start + begin.size();
-    return line.substr(name, line.find('"', name) - name);
-}
-
-// Every method, and the signals of the interface that the daemon listens to.
-static std::vector<std::string> documentedMembers()
-{
-    std::ifstream file(DOCS_FOLDER "/com.ovrinbus.app.xml");
-    EXPECT_TRUE(file);
-    std::vector<std::string> members;
-    std::string interface;
-    for (std::string line; std::getline(file, line);) {
-        const std::string method = nameAfter(line, "<method name=\"");
-        const std::string signal = nameAfter(line, "<signal name=\"");
-        const std::string next = nameAfter(line, "<interface name=\"");
-        if (!next.empty())
-            interface = next;
-        if (!method.empty())
-            members.push_back("method " + interface + " " + method);
-        if (!signal.empty() && interface == "com.OvrinTech.signal.event")
-            members.push_back("signal " + interface + " " + signal);
-    }
-    return members;
+    std::vector<std::string> names;
+    for (const support::DocumentedMember &member : support::documentedMembers())
+        names.push_back((member.isMethod ? "method " : "signal ") + member.interface + " " +
+                        member.name);
+    return names;
 }
 
 TEST(Routes, AreTheDocumentedOnes)
 {
-    EXPECT_THAT(documentedMembers(), testing::UnorderedElementsAreArray(routedMembers()));
+    EXPECT_THAT(documentedNames(), testing::UnorderedElementsAreArray(routedMembers()));
 }
 
 TEST(Routes, StandOnTheReferencePage)
