@@ -4,6 +4,7 @@
 #include "support/daemon_on_its_own_bus.h"
 #include "support/push_helpers.h"
 #include "support/scale.h"
+#include "support/started_programs.h"
 
 #include <random>
 
@@ -220,6 +221,10 @@ protected:
         else
             EXPECT_THAT(runs[0].arguments, ElementsAre(app, token, shown));
         std::filesystem::remove(helpers.folder.file("runs"));
+        if (!emulated()) {
+            EXPECT_THAT(started.take(),
+                        ElementsAre("/bin/sh", helpers.folder.file(runs[0].program)));
+        }
     }
     std::vector<std::string> filesOfTheHelpers() const
     {
@@ -230,6 +235,7 @@ protected:
     }
 
     PushHelpers helpers;
+    StartedPrograms started;
     std::string forbidden;
     std::mt19937 random{GetParam()};
 };
@@ -237,14 +243,21 @@ protected:
 TEST_P(HostileTexts, AreWordsOfTheHelpersAndStartNothing)
 {
     const int texts = inFull(1250, SPEED_COUNTS ? 75 : 25);
-    startWith("{}", helpers.settings());
+    std::vector<std::string> settings = helpers.settings();
+    for (const std::string &setting : started.settings())
+        settings.push_back(setting);
+    startWith("{}", settings);
     gatewayReady();
+    started.take();  // the daemon itself
     for (int i = 0; i < texts && !HasFailure(); ++i) {
         SCOPED_TRACE("round " + std::to_string(i));
         pushAndDelete();
         EXPECT_THAT(filesOfTheHelpers(),
                     testing::UnorderedElementsAre("ios_push", "gcm_push", "mail", "intruder"));
     }
+    daemon.stop();
+    endsOrderly = false;
+    EXPECT_THAT(started.take(), testing::IsEmpty());
     figure("texts", texts, "in each of 8 fields");
     figure("intruders", std::filesystem::exists(forbidden), "programs or files");
 }
