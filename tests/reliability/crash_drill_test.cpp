@@ -140,6 +140,39 @@ TEST_F(CrashDrill, InTheControlWaitLeavesTheDevicesAsTheSceneSetThem)
     EXPECT_FALSE(sdk.heard(LAMP_BACK));
 }
 
+TEST_F(CrashDrill, InTheMiddleOfASceneForgetsTheCommandsToCome)
+{
+    static const std::string SECOND_ON = switchCommand(21, 0, 255);
+    sdk.set(device(21, 0, SWITCH, 7));
+    WallClock clock;
+    const auto sendHalf = [&] {
+        clock.set(2024, 7, 1, 8, 0);
+        callForText("doscene", "Halves");
+        ASSERT_TRUE(eventually([&] { return sdk.heard(LAMP_ON); }));
+    };
+    clock.set(2024, 7, 1, 8, 0);
+    startWith(R"({"scenes":[{"title":"Halves","comps":[
+                  {"target":{"dev":20,"if":0,"ch":0},"value":255},
+                  {"target":{"dev":512,"if":0,"ch":0},"value":36000},
+                  {"target":{"dev":21,"if":0,"ch":0},"value":255}]},)" +
+                  SCENES.substr(SCENES.find('{')) + "}",
+              clock.settings());
+    gatewayReady();
+    for (int i = 0; i < kills && !HasFailure(); ++i) {
+        ASSERT_NO_FATAL_FAILURE(sendHalf());
+        EXPECT_FALSE(sdk.heard(SECOND_ON));
+        crashAndStart(clock.settings());
+        clock.set(2024, 7, 1, 10, 0);
+        EXPECT_THAT(commands(), IsEmpty()) << "an hour after the first one";
+    }
+    // The next run sends all of it.
+    sdk.forgetHeard();
+    ASSERT_NO_FATAL_FAILURE(sendHalf());
+    clock.set(2024, 7, 1, 10, 0);
+    EXPECT_TRUE(eventually([&] { return sdk.heard(SECOND_ON); }));
+    EXPECT_THAT(sdk.commandTexts(), ElementsAre(LAMP_ON, SECOND_ON));
+}
+
 TEST_F(CrashDrill, InAScheduleWindowLosesNothing)
 {
     WallClock clock;
