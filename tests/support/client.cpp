@@ -125,11 +125,14 @@ std::shared_ptr<PendingReply> Client::call(const std::string &interface, const s
 }
 
 void Client::signal(const std::string &path, const std::string &interface,
-                    const std::string &member, const std::vector<Argument> &arguments)
+                    const std::string &member, const std::vector<Argument> &arguments,
+                    const std::string &destination)
 {
     peer.busThread()->run([&] {
         const Message message(
             dbus_message_new_signal(path.c_str(), interface.c_str(), member.c_str()));
+        if (!destination.empty())
+            dbus_message_set_destination(message.get(), destination.c_str());
         append(message.get(), arguments);
         peer.send(message.get());
     });

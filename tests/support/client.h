@@ -45,8 +45,9 @@ public:
     std::shared_ptr<PendingReply> call(const std::string &interface, const std::string &member,
                                        const std::vector<Argument> &arguments,
                                        const std::string &path = "/");
+    // To everybody who listens, or to the destination alone.
     void signal(const std::string &path, const std::string &interface, const std::string &member,
-                const std::vector<Argument> &arguments);
+                const std::vector<Argument> &arguments, const std::string &destination = "");
 
     Peer peer;
 };

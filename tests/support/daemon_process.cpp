@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <pwd.h>
 #include <sys/syscall.h>
 
 namespace support {
@@ -36,6 +37,19 @@ std::string DaemonProcess::storedSetup() const
         return "";
     const std::string text = bytes.substr(4, bytes.size() - 5);
     return storedLayout(text) == bytes ? text : "";
+}
+
+void DaemonProcess::runAs(const char *account)
+{
+    const passwd *user = getpwnam(account);
+    ASSERT_TRUE(user) << "no user " << account;
+    starter = {"/usr/bin/setpriv",
+               "--reuid=" + std::to_string(user->pw_uid),
+               "--regid=" + std::to_string(user->pw_gid),
+               "--clear-groups",
+               "--inh-caps=+dac_override",
+               "--ambient-caps=+dac_override",
+               "--pdeathsig=KILL"};
 }
 
 void DaemonProcess::start(const std::string &busAddress, const std::vector<std::string> &settings)

@@ -25,6 +25,8 @@ public:
     // What stands before the daemon's program on the command line that starts it, such as "setpriv"
     // with its options; it has to become the daemon in place, as the same process.
     std::vector<std::string> starter;
+    // Only root can: it is started as that user, who may go to files where only root goes.
+    void runAs(const char *account);
     void start(const std::string &busAddress, const std::vector<std::string> &settings = {});
 
     // Ends it the orderly way. Fails the test when it had ended before, does not end now, ends with
