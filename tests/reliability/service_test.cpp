@@ -20,6 +20,12 @@ static constexpr const char *ANALYZE = "/usr/bin/systemd-analyze";
 static constexpr const char *USER = "bin";  // stands in for the service's own
 static constexpr const char *SWITCH_APP = "com.OvrinTech.switch.app";
 
+static std::string unitText()
+{
+    std::ifstream file(UNIT);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 class Service : public testing::Test {
 protected:
     void SetUp() override
@@ -51,12 +57,34 @@ TEST_F(Service, IsExposedToTwoOfTenAtMost)
     figure("exposure", std::lround(10 * level), "tenths");
 }
 
+TEST_F(Service, HasNoCapabilityAndTheFilesOfTheMachineOnlyToRead)
+{
+    ASSERT_NO_FATAL_FAILURE(analyze({"security", "--offline=true", "--json=short", UNIT}));
+    const Json settings(program.output());
+    size_t capabilities = 0;
+    size_t others = 0;
+    for (size_t i = 0; i < settings.size(); ++i) {
+        const std::string name = settings[i]["json_field"].text();
+        const bool isCapability = name.rfind("CapabilityBoundingSet_", 0) == 0;
+        const bool isOther = name == "AmbientCapabilities" || name == "NoNewPrivileges" ||
+                             name == "ProtectSystem" || name == "ProtectHome" ||
+                             name == "PrivateTmp";
+        capabilities += isCapability ? 1 : 0;
+        others += isOther ? 1 : 0;
+        if (isCapability || isOther) {
+            EXPECT_EQ(settings[i]["set"].dump(), "true") << settings[i].dump();
+        }
+    }
+    EXPECT_GT(capabilities, 20u);
+    EXPECT_EQ(others, 5u);
+    EXPECT_THAT(unitText(), testing::Not(testing::HasSubstr("ReadWritePaths")));
+}
+
 // Of a key that it does not know systemd says so, and goes on without.
 TEST_F(Service, HoldsOnlyWhatSystemdKnows)
 {
     const TempDir folder;
-    std::ifstream file(UNIT);
-    std::string text((std::istreambuf_iterator<char>(file)), {});
+    std::string text = unitText();
     const std::string started = "/usr/sbin/app";
     ASSERT_NE(text.find(started), std::string::npos);
     folder.write("app.service", text.replace(text.find(started), started.size(), "/bin/true"));
@@ -93,6 +121,8 @@ protected:
                           "data=" + daemon.data.path().string(),
                           "helpers=" + helpers.folder.path().string(),
                           "--"};
+        if (!isPossible(daemon.starter))
+            GTEST_SKIP() << "no namespaces, or no libseccomp";
     }
     static void giveAway(const std::filesystem::path &folder)
     {
@@ -121,17 +151,30 @@ protected:
         return static_cast<int>(status.st_mode & 07777);
     }
 
+    void startInside()
+    {
+        platform.set("TUTK_UUID", "ABCDEFGHIJKLMNOPQRST");
+        start({"DBUS_SYSTEM_BUS_ADDRESS=unix:path=/mnt/bus/bus", "APP_DATA_DIR=/mnt/data",
+               "PATH=/mnt/helpers:/usr/bin:/bin", "APP_TEST_HELPERS=/mnt/helpers"});
+        gatewayReady();
+    }
+    // A line of what the kernel says of the daemon, without its name.
+    std::string statusOf(const std::string &key) const
+    {
+        std::ifstream status("/proc/" + std::to_string(daemon.pid()) + "/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind(key + ":\t", 0) == 0)
+                return line.substr(key.size() + 2);
+        }
+        return "";
+    }
+
     PushHelpers helpers;
 };
 
 TEST_F(ServiceSandbox, LetsTheDaemonDoItsWork)
 {
-    if (!isPossible(daemon.starter))
-        GTEST_SKIP() << "no namespaces, or no libseccomp";
-    platform.set("TUTK_UUID", "ABCDEFGHIJKLMNOPQRST");
-    start({"DBUS_SYSTEM_BUS_ADDRESS=unix:path=/mnt/bus/bus", "APP_DATA_DIR=/mnt/data",
-           "PATH=/mnt/helpers:/usr/bin:/bin", "APP_TEST_HELPERS=/mnt/helpers"});
-    gatewayReady();
+    ASSERT_NO_FATAL_FAILURE(startInside());
 
     // Saving, and its backups, which a shell copies.
     ASSERT_EQ(set(R"({"registeredDevices":[{"token":"1","platform":"ios","app_id":"A"},
@@ -152,4 +195,37 @@ TEST_F(ServiceSandbox, LetsTheDaemonDoItsWork)
 
     // The hardware address: that of the one interface in there.
     EXPECT_EQ(Json(sdk.events("recent").back().text)["mac"].text(), "00:00:00:00:00:00");
+}
+
+TEST_F(ServiceSandbox, LeavesTheDaemonNoCapability)
+{
+    ASSERT_NO_FATAL_FAILURE(startInside());
+    for (const char *set : {"CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb"})
+        EXPECT_EQ(statusOf(set), "0000000000000000") << set;
+    EXPECT_EQ(statusOf("NoNewPrivs"), "1");
+    EXPECT_EQ(statusOf("Seccomp"), "2") << "a filter";
+}
+
+// What runs in there with the daemon tries: a program that delivers a push.
+TEST_F(ServiceSandbox, LetsNothingBeWrittenOutsideOfItsFolders)
+{
+    std::filesystem::remove(helpers.folder.file("ios_push"));
+    helpers.folder.write("ios_push", R"(#!/bin/sh
+for folder in /mnt/data /tmp / /etc /usr /var /var/tmp /mnt/program
+do (: >$folder/written) 2>&1 && rm $folder/written && echo "$folder was written"
+done >/mnt/helpers/attempts
+echo >/mnt/helpers/done
+)");
+    std::filesystem::permissions(helpers.folder.file("ios_push"), std::filesystem::perms(0755));
+    ASSERT_NO_FATAL_FAILURE(startInside());
+    ASSERT_EQ(set(R"({"registeredDevices":[{"token":"1","platform":"ios","app_id":"A"}]})"), 1);
+    callForText("message", "Hello", "com.OvrinTech.message.pushMsg");
+    ASSERT_TRUE(eventually([&] { return helpers.folder.read("done").has_value(); }));
+
+    const std::string attempts = helpers.folder.read("attempts").value_or("");
+    for (const std::string folder : {"/mnt/data", "/tmp"})
+        EXPECT_THAT(attempts, testing::HasSubstr(folder + " was written\n"));
+    for (const std::string folder : {"/", "/etc", "/usr", "/var", "/var/tmp", "/mnt/program"})
+        EXPECT_THAT(attempts,
+                    testing::HasSubstr(" " + folder + "/written: Read-only file system\n"));
 }
