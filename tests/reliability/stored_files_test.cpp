@@ -234,10 +234,11 @@ static const std::string RESUME =
     R"({"target":{"ch":0,"dev":21,"if":0},"value":33}]},"title":"Schedule 1"},)"
     R"({"scene":{"comps":[{"target":{"ch":0,"dev":22,"if":0},"value":9},)"
     R"({"target":{"ch":0,"dev":23,"if":0},"value":50}]},"title":"Schedule 3"}])";
-static const std::vector<std::string> FIRST_BACK = {switchCommand(20, 0, 7),
-                                                    switchCommand(21, 0, 33)};
+static constexpr size_t MEGABYTE = 1'000'000;
 static const std::vector<std::string> SECOND_BACK = {switchCommand(22, 0, 9),
                                                      switchCommand(23, 0, 50)};
+static const std::vector<std::string> BOTH_BACK = {
+    switchCommand(20, 0, 7), switchCommand(21, 0, 33), SECOND_BACK[0], SECOND_BACK[1]};
 
 class StoredSchedules : public StoredFiles {
 protected:
@@ -249,8 +250,8 @@ protected:
         settings = clock.settings();
         settings.emplace_back("OVRIN_LOG_LEVEL=3");
     }
-    // The document as it is found when the schedules end.
-    void tryResume(const std::string &name, const std::string &content)
+    // What the schedules' end sends when that was their document at the start.
+    std::vector<std::string> commandsAfter(const std::string &name, const std::string &content)
     {
         SCOPED_TRACE(name);
         daemon.data.write(SETUP_FILE, bytes);
@@ -258,30 +259,30 @@ protected:
         clock.set(2024, 7, 1, 8, 30);
         startInTime();
         expectListsThatAre(EVERYTHING);
-        expectPutBack(content);
+        const std::vector<std::string> commands = commandsOfTheEnd();
         expectToServe();
         daemon.stop();
+        return commands;
     }
     // What is not damaged is put back, all of it. What is no JSON any more is nothing at all, and
     // what still is JSON says of the first schedule what it says; the second is as it was.
-    void expectPutBack(const std::string &content)
+    void tryDamaged(const std::string &name, const std::string &content)
     {
-        const std::vector<std::string> commands = commandsOfTheEnd();
+        SCOPED_TRACE(name);
+        const std::vector<std::string> commands = commandsAfter(name, content);
         const std::string now =
             content.substr(std::min(content.size(), LENGTH_FIELD),
                            content.size() > LENGTH_FIELD ? content.size() - LENGTH_FIELD - 1 : 0);
         const Json says(now);
         if (now == RESUME) {
-            std::vector<std::string> both = FIRST_BACK;
-            both.insert(both.end(), SECOND_BACK.begin(), SECOND_BACK.end());
-            EXPECT_EQ(commands, both);
+            EXPECT_EQ(commands, BOTH_BACK);
             ++putBack;
         } else if (!says.isArray()) {
             EXPECT_THAT(commands, testing::IsEmpty());
             ++notPutBack;
         } else {
             EXPECT_THAT(commands, testing::IsSupersetOf(SECOND_BACK));
-            EXPECT_LE(commands.size(), FIRST_BACK.size() + SECOND_BACK.size());
+            EXPECT_LE(commands.size(), BOTH_BACK.size());
             ++otherwise;
         }
     }
@@ -316,18 +317,41 @@ protected:
 TEST_F(StoredSchedules, ThatAreDamagedArePutBackWholeOrNotAtAll)
 {
     const std::string good = storedLayout(RESUME);
-    tryResume("not damaged", good);
+    tryDamaged("not damaged", good);
     const size_t step = inFull(size_t{7}, size_t{127} * CASE_STEP);
     for (size_t bit = 0; bit < FIRST_BYTES * 8 && !HasFailure(); bit += step) {
         std::string flipped = good;
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
-        tryResume("bit " + std::to_string(bit), flipped);
+        tryDamaged("bit " + std::to_string(bit), flipped);
     }
     for (size_t i = 1; i < inFull(size_t{10}, size_t{3}) && !HasFailure(); ++i)
-        tryResume("cut", good.substr(0, good.size() * i / inFull(size_t{10}, size_t{3})));
+        tryDamaged("cut", good.substr(0, good.size() * i / inFull(size_t{10}, size_t{3})));
     figure("put_back", putBack, "files");
     figure("not_put_back", notPutBack, "files");
     figure("says_otherwise", otherwise, "files");
     EXPECT_GT(putBack, 1);
     EXPECT_GT(notPutBack, 1);
+}
+
+TEST_F(StoredSchedules, WithoutADocumentAreNothing)
+{
+    std::vector<std::string> contents = {"", "[", "\xff\xff", std::string(4, '\0'), "[[[[["};
+    for (const char *document : {"nonsense", "{}", "null", "5", "[", "[]", "[5]", "[{}]"})
+        contents.push_back(storedLayout(document));
+    contents.push_back("ab" + RESUME);  // a configuration would be read there
+    contents.push_back(RESUME);
+    contents.push_back(std::string(MEGABYTE, '['));
+    for (size_t i = 0; i < contents.size() && !HasFailure(); i += inFull(size_t{1}, size_t{4})) {
+        SCOPED_TRACE(i);
+        EXPECT_THAT(commandsAfter("", contents[i]), testing::IsEmpty());
+    }
+}
+
+TEST_F(StoredSchedules, WithAWrongLengthFieldArePutBackAllTheSame)
+{
+    const std::string good = storedLayout(RESUME);
+    for (const std::string &field : {std::string(4, '\0'), std::string(4, '\xff')})
+        EXPECT_EQ(commandsAfter("length", field + good.substr(LENGTH_FIELD)), BOTH_BACK);
+    const std::string padded = storedLayout(RESUME + std::string(MEGABYTE, ' '));
+    EXPECT_EQ(commandsAfter("blanks behind it", padded), BOTH_BACK);
 }
