@@ -7,7 +7,13 @@
 
 #include <filesystem>
 #include <fstream>
+#include <linux/capability.h>
+#include <pwd.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
 
 using namespace support;
 
@@ -82,7 +88,7 @@ protected:
         }
         return 0;
     }
-    void limit(__rlimit_resource resource, rlim_t number) const
+    virtual void limit(__rlimit_resource resource, rlim_t number) const
     {
         rlimit limits;
         ASSERT_EQ(prlimit(daemon.pid(), resource, nullptr, &limits), 0);
@@ -113,6 +119,11 @@ protected:
         EXPECT_TRUE(eventually([&] { return sdk.count(LAMP_ON) == lamps + 1; }));
         push(scene);
         EXPECT_TRUE(eventually([&] { return helpers.count() == runs + 1; }));
+    }
+    bool crowdEnds(size_t macros)
+    {
+        return eventually(
+            [&] { return entries("task") == threads && macroEvents().size() == macros; });
     }
     void expectNothingLeft()
     {
@@ -153,10 +164,6 @@ TEST_F(ResourcesRunOut, DescriptorsKeepDocumentsFromBeingStoredAndNothingElse)
 // Of a crowd some start, and no more.
 TEST_F(ResourcesRunOut, MemoryForThreadsKeepsMacrosFromRunningAndNothingElse)
 {
-    const auto crowdEnds = [&](size_t macros) {
-        return eventually(
-            [&] { return entries("task") == threads && macroEvents().size() == macros; });
-    };
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         const std::string number = std::to_string(round);
         limit(RLIMIT_AS, bytesMapped());
@@ -178,6 +185,58 @@ TEST_F(ResourcesRunOut, MemoryForThreadsKeepsMacrosFromRunningAndNothingElse)
         EXPECT_TRUE(crowdEnds(macrosThen + MACROS_OF_A_CROWD)) << "all of them run again";
         expectAllToWork("Again " + number);
         EXPECT_TRUE(isStored("Set " + number));
+    }
+    expectNothingLeft();
+    figure("rounds", rounds, "rounds");
+}
+
+// How many threads a user has is limited for everybody but root.
+class ThreadsOfAUserRunOut : public ResourcesRunOut {
+protected:
+    void SetUp() override
+    {
+        if (geteuid() == 0) {
+            if (!getpwnam(USER) || prctl(PR_CAPBSET_READ, CAP_SYS_PTRACE, 0, 0, 0) != 1)
+                GTEST_SKIP() << "this root may not look at another user's program";
+            daemon.runAs(USER);
+        }
+        ResourcesRunOut::SetUp();
+    }
+    // Its user may, not every root of a container. The thread alone takes that user on: the calls
+    // of the C library would change every thread.
+    void limit(__rlimit_resource resource, rlim_t number) const override
+    {
+        std::thread([&] {
+            if (geteuid() == 0) {
+                const passwd &user = *getpwnam(USER);
+                ASSERT_EQ(syscall(SYS_setresgid, user.pw_gid, user.pw_gid, user.pw_gid), 0);
+                ASSERT_EQ(syscall(SYS_setresuid, user.pw_uid, user.pw_uid, user.pw_uid), 0);
+            }
+            ResourcesRunOut::limit(resource, number);
+        }).join();
+    }
+
+    static constexpr const char *USER = "bin";  // in place of root
+};
+
+TEST_F(ThreadsOfAUserRunOut, KeepsMacrosFromRunningAndNothingElse)
+{
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+        const std::string number = std::to_string(round);
+        limit(RLIMIT_NPROC, 1);
+        const size_t failuresBefore = daemon.timesLogged("pthread_create fail");
+        const size_t macros = macroEvents().size();
+        eventHandled(REPORT, 7, 0);
+        eventHandled(REPORT, 6, 0);
+        EXPECT_EQ(daemon.timesLogged("pthread_create fail"), failuresBefore + MACROS_OF_A_CROWD);
+        EXPECT_EQ(set(sceneText("Set " + number)), 1);
+        EXPECT_TRUE(isStored("Set " + number));
+        EXPECT_TRUE(crowdEnds(macros)) << "none of them runs";
+
+        limit(RLIMIT_NPROC, RLIM_INFINITY);
+        eventHandled(REPORT, 7, 0);
+        EXPECT_TRUE(crowdEnds(macros + MACROS_OF_A_CROWD)) << "all of them run again";
+        expectAllToWork("Again " + number);
     }
     expectNothingLeft();
     figure("rounds", rounds, "rounds");
