@@ -4,12 +4,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 static constexpr Millis PRESENCE_PATIENCE{10'000};
+static constexpr Millis READY_AGAIN{300};
 static constexpr Millis LOAD_PATIENCE{20'000};
 static constexpr Millis CALL_PATIENCE{10'000};
 
@@ -28,16 +30,39 @@ static void whenPresent(Gateway &gateway, SteadyClock::time_point deadline, cons
     }
 }
 
+static bool isAnnounced(Gateway &gateway, const Words &pattern, size_t from)
+{
+    return std::ranges::any_of(gateway.timeline.entries(), [&](const Entry &entry) {
+        return entry.number >= from && matchesPattern(pattern, entry.words);
+    });
+}
+
+// The daemon is on the bus some time before it takes events, and drops those that come meanwhile.
+static void tellUntilHeard(Gateway &gateway, SteadyClock::time_point deadline, const Done &done)
+{
+    const size_t from = gateway.timeline.next();
+    const auto all = static_cast<uint16_t>(Home::ALL_DEVICES);
+    gateway.sdk.report({.code = EVENT_GATEWAY_READY,
+                        .gid = all,
+                        .channel = 0,
+                        .payload = "",
+                        .hasPayload = false});
+    gateway.loop.after(READY_AGAIN, [&gateway, deadline, done, from, all] {
+        if (isAnnounced(gateway, {"signal", "recent", gateway.home.nameOf(all)}, from))
+            done(true, "");
+        else if (SteadyClock::now() >= deadline)
+            done(false, "the daemon does not announce that the gateway is ready");
+        else
+            tellUntilHeard(gateway, deadline, done);
+    });
+}
+
 static void ready(Gateway &gateway, const Words &words, const Done &done)
 {
-    whenPresent(gateway, SteadyClock::now() + PRESENCE_PATIENCE, done, [&gateway, words, done] {
+    const auto deadline = SteadyClock::now() + PRESENCE_PATIENCE;
+    whenPresent(gateway, deadline, done, [&gateway, words, deadline, done] {
         noteYou(gateway, "radio", words);
-        gateway.sdk.report({.code = EVENT_GATEWAY_READY,
-                            .gid = static_cast<uint16_t>(Home::ALL_DEVICES),
-                            .channel = 0,
-                            .payload = "",
-                            .hasPayload = false});
-        done(true, "");
+        tellUntilHeard(gateway, deadline, done);
     });
 }
 
