@@ -24,7 +24,8 @@ program with scripts/hardening.sh and at its manual pages with mandoc; whatever 
 complains about fails. The packages are then in build/package.
 
   --try   takes this machine's package through a life in a Debian 12 of its own: installed, run,
-          upgraded, removed, purged. Needs root
+          upgraded, removed, purged; and has piuparts look for what is left of it, where mounts
+          are allowed. Needs root
 
 APP_ARCHIVE      where --try gets its Debian (default http://deb.debian.org/debian)
 APP_BUILD_DIR    where to build instead of build/
@@ -239,6 +240,19 @@ check_other_library()
     hold "a library of the device's own is not found" app --version
 }
 
+# What an installation leaves behind, file by file. It mounts things in the tried system, which not
+# every container allows; those of a namespace go away with it, however it ends.
+look_for_leftovers()
+{
+    if ! unshare --mount mount -t proc proc "$HOME_OF_TRIAL/proc" 2>>"$TRIAL_LOG"; then
+        say "nothing can be mounted here: piuparts is left out"
+        return
+    fi
+    say "having piuparts look for leftovers"
+    quietly "$PACKAGES/try/piuparts.log" unshare --mount piuparts --existing-chroot="$HOME_OF_TRIAL" --no-upgrade-test \
+        --distribution=bookworm --mirror="$ARCHIVE main" --tmpdir="$PACKAGES/try" "$1"
+}
+
 take_through_a_life()
 {
     local native version bus folder=$PACKAGES/try
@@ -257,6 +271,7 @@ take_through_a_life()
 
     say "making a Debian to try the package in"
     quietly "$folder/debootstrap.log" mmdebstrap --variant=minbase bookworm "$HOME_OF_TRIAL" "$ARCHIVE"
+    look_for_leftovers "$PACKAGES/app_${version}_$native.deb"
     printf '#!/bin/sh\nexit 101\n' >"$HOME_OF_TRIAL/usr/sbin/policy-rc.d" # nothing is started there
     chmod +x "$HOME_OF_TRIAL/usr/sbin/policy-rc.d"
     inside apt-get -q update >"$TRIAL_LOG" 2>&1 || die "--try: no package lists; see $TRIAL_LOG"

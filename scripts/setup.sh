@@ -49,6 +49,7 @@ lintian              package  check of the packages
 scdoc                package  manual pages
 mandoc               package  check of the manual pages
 mmdebstrap           package  a Debian to try the package in
+piuparts             package  a look at what is left there of the package
 '
 
 # packages_for DOOR: the names of its packages, one a line.
