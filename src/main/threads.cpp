@@ -13,8 +13,9 @@ int createThread(pthread_t *thread, void *(*body)(void *), void *argument)
     pthread_sigmask(SIG_BLOCK, &blocked, &before);
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, STACK_BYTES);
-    const int failure = pthread_create(thread, &attributes, body, argument);
+    int failure = pthread_attr_setstacksize(&attributes, STACK_BYTES);  // some want a larger least
+    if (failure == 0)
+        failure = pthread_create(thread, &attributes, body, argument);
     pthread_attr_destroy(&attributes);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return failure;
