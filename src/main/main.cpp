@@ -50,6 +50,7 @@ static constexpr const char *HELP =
     "  SIGTERM, SIGINT          end the daemon, no file half written\n"
     "  SIGUSR1                  look at the schedules, to be sent once a minute\n"
     "  SIGALRM                  the daemon's own tick\n"
+    "  SIGSEGV                  a crash: SIGUSR1 to debuger, and the end\n"
     "\n"
     "Exit status: 0 ended by a signal, 1 the bus is lost or something failed, 2 wrong usage.\n";
 

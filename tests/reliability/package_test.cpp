@@ -1,13 +1,16 @@
-// What the package brings along beside the daemon: the minute of the schedules, the example, the
-// manual pages.
+// What the package brings along beside the daemon: its units, the minute of the schedules, the
+// example, the manual pages.
 
 #include "support/daemon_on_its_own_bus.h"
+#include "support/scale.h"
 #include "support/wall_clock.h"
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <pwd.h>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <unistd.h>
 
@@ -183,10 +186,43 @@ protected:
     ChildProcess program;
 };
 
-TEST_F(PackagedUnits, ExposeTheMinuteToTwoOfTenAtMost)
+TEST_F(PackagedUnits, ExposeWhatTheyRunToTwoOfTenAtMost)
 {
-    EXPECT_EQ(analyze({"security", "--offline=true", "--threshold=20", MINUTE_UNIT}), 0)
-        << program.output();
+    for (const std::string unit : {"app.service", "app-minute.service"}) {
+        ASSERT_EQ(analyze({"security", "--offline=true", "--threshold=20",
+                           std::string(PACKAGING_FOLDER "/") + unit}),
+                  0)
+            << program.output();
+        const std::string before = "Overall exposure level for " + unit + ": ";
+        const std::string told = program.output();
+        const size_t place = told.find(before);
+        ASSERT_NE(place, std::string::npos) << told;
+        figure(unit, std::lround(10 * std::stod(told.substr(place + before.size()))), "tenths");
+    }
+}
+
+TEST_F(PackagedUnits, LeaveTheServiceNoCapabilityAndTheFilesOfTheMachineOnlyToRead)
+{
+    static constexpr const char *UNIT = PACKAGING_FOLDER "/app.service";
+    ASSERT_EQ(analyze({"security", "--offline=true", "--json=short", UNIT}), 0) << program.output();
+    const Json settings(program.output());
+    size_t capabilities = 0;
+    size_t others = 0;
+    for (size_t i = 0; i < settings.size(); ++i) {
+        const std::string name = settings[i]["json_field"].text();
+        const bool isCapability = name.rfind("CapabilityBoundingSet_", 0) == 0;
+        const bool isOther = name == "AmbientCapabilities" || name == "NoNewPrivileges" ||
+                             name == "ProtectSystem" || name == "ProtectHome" ||
+                             name == "PrivateTmp";
+        capabilities += isCapability ? 1 : 0;
+        others += isOther ? 1 : 0;
+        if (isCapability || isOther) {
+            EXPECT_EQ(settings[i]["set"].dump(), "true") << settings[i].dump();
+        }
+    }
+    EXPECT_GT(capabilities, 20u);
+    EXPECT_EQ(others, 5u);
+    EXPECT_THAT(fileText(UNIT), testing::Not(testing::HasSubstr("ReadWritePaths")));
 }
 
 // Of a key that it does not know systemd says so, and goes on without.
@@ -225,6 +261,17 @@ protected:
         // As it reads: an escaped sign stands for itself.
         return replaced(fileText(std::string(DOCS) + "/man/" + page + ".scd"), "\\", "");
     }
+    // Several of a line stand with commas, and the manual's in * or _.
+    static std::set<std::string> subjects(const std::string &text, const std::regex &line)
+    {
+        std::set<std::string> all;
+        for (std::sregex_iterator row(text.begin(), text.end(), line), end; row != end; ++row) {
+            std::istringstream words(replaced((*row)[1].str(), ",", ""));
+            for (std::string word; words >> word;)
+                all.insert(word.front() == word.back() ? word.substr(1, word.size() - 2) : word);
+        }
+        return all;
+    }
 };
 
 TEST_F(Package, HasTheVersionOfTheProgram)
@@ -236,21 +283,20 @@ TEST_F(Package, HasTheVersionOfTheProgram)
     EXPECT_EQ("app " + newest[1].str() + "\n", answerTo("--version"));
 }
 
-// Each indented line of the help starts with what it explains.
-TEST_F(Package, ExplainsInItsManualWhatTheHelpExplains)
+// Options, environment, files and signals: in the help an indented line starts with what it
+// explains, in the manual a line has nothing else, and the explanation is indented below.
+TEST_F(Package, ExplainsTheSameInItsManualAndItsHelp)
 {
-    static const std::regex SUBJECT(R"(\n  ([^ ,]+(?:, [^ ,]+)*) )");
+    static const std::regex IN_HELP(R"(\n  ([^ ,]+(?:, [^ ,]+)*) )");
+    static const std::regex IN_MANUAL(R"(\n([*_][^ ,\n]+(?:, [^ ,\n]+)*)\n\t)");
     const std::string help = answerTo("--help");
-    const std::string page = manual("app.8");
-    size_t subjects = 0;
-    for (std::sregex_iterator row(help.begin(), help.end(), SUBJECT), end; row != end; ++row) {
-        std::istringstream words(replaced((*row)[1].str(), ",", ""));
-        for (std::string word; words >> word; ++subjects)
-            EXPECT_TRUE(page.find("*" + word + "*") != std::string::npos ||
-                        page.find("_" + word + "_") != std::string::npos)
-                << word;
-    }
-    EXPECT_GE(subjects, 13u) << help;
+    std::string page = manual("app.8");
+    page.resize(page.find("\n# EXIT STATUS\n"));
+    const size_t files = page.find("\nOf the package:\n");
+    page.erase(files, page.find("\n# SIGNALS\n") - files);  // the program does not know of them
+    const std::set<std::string> helped = subjects(help, IN_HELP);
+    EXPECT_EQ(helped, subjects(page, IN_MANUAL));
+    EXPECT_GE(helped.size(), 16u) << help;
 }
 
 // Whatever stands there as code before the example is a member.

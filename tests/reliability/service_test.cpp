@@ -1,11 +1,8 @@
-// The service of the package: how much of the machine it is exposed to, and that the daemon does
-// its work in there.
+// The service of the package: the daemon does its work in its sandbox.
 
 #include "support/daemon_on_its_own_bus.h"
 #include "support/push_helpers.h"
-#include "support/scale.h"
 
-#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <pwd.h>
@@ -19,78 +16,6 @@ static constexpr const char *UNIT = PACKAGING_FOLDER "/app.service";
 static constexpr const char *ANALYZE = "/usr/bin/systemd-analyze";
 static constexpr const char *USER = "bin";  // stands in for the service's own
 static constexpr const char *SWITCH_APP = "com.OvrinTech.switch.app";
-
-static std::string unitText()
-{
-    std::ifstream file(UNIT);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-class Service : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (access(ANALYZE, X_OK) != 0)
-            GTEST_SKIP() << "no " << ANALYZE;
-    }
-    void analyze(const std::vector<std::string> &arguments)
-    {
-        std::vector<std::string> command = {ANALYZE, "--no-pager"};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        program.start(command, {"LC_ALL=C"});
-        const std::optional<int> status = program.waitForEnd(20s);
-        ASSERT_TRUE(status);
-        ASSERT_EQ(*status, 0) << program.output();
-    }
-
-    ChildProcess program;
-};
-
-TEST_F(Service, IsExposedToTwoOfTenAtMost)
-{
-    ASSERT_NO_FATAL_FAILURE(analyze({"security", "--offline=true", "--threshold=20", UNIT}));
-    static constexpr std::string_view BEFORE = "Overall exposure level for app.service: ";
-    const std::string told = program.output();
-    const size_t place = told.find(BEFORE);
-    ASSERT_NE(place, std::string::npos) << told;
-    const double level = std::stod(told.substr(place + BEFORE.size()));
-    figure("exposure", std::lround(10 * level), "tenths");
-}
-
-TEST_F(Service, HasNoCapabilityAndTheFilesOfTheMachineOnlyToRead)
-{
-    ASSERT_NO_FATAL_FAILURE(analyze({"security", "--offline=true", "--json=short", UNIT}));
-    const Json settings(program.output());
-    size_t capabilities = 0;
-    size_t others = 0;
-    for (size_t i = 0; i < settings.size(); ++i) {
-        const std::string name = settings[i]["json_field"].text();
-        const bool isCapability = name.rfind("CapabilityBoundingSet_", 0) == 0;
-        const bool isOther = name == "AmbientCapabilities" || name == "NoNewPrivileges" ||
-                             name == "ProtectSystem" || name == "ProtectHome" ||
-                             name == "PrivateTmp";
-        capabilities += isCapability ? 1 : 0;
-        others += isOther ? 1 : 0;
-        if (isCapability || isOther) {
-            EXPECT_EQ(settings[i]["set"].dump(), "true") << settings[i].dump();
-        }
-    }
-    EXPECT_GT(capabilities, 20u);
-    EXPECT_EQ(others, 5u);
-    EXPECT_THAT(unitText(), testing::Not(testing::HasSubstr("ReadWritePaths")));
-}
-
-// Of a key that it does not know systemd says so, and goes on without.
-TEST_F(Service, HoldsOnlyWhatSystemdKnows)
-{
-    const TempDir folder;
-    std::string text = unitText();
-    const std::string started = "/usr/sbin/app";
-    ASSERT_NE(text.find(started), std::string::npos);
-    folder.write("app.service", text.replace(text.find(started), started.size(), "/bin/true"));
-    ASSERT_NO_FATAL_FAILURE(analyze({"verify", "--man=no", folder.file("app.service").string()}));
-    EXPECT_THAT(program.output(), testing::Not(testing::HasSubstr("app.service")));
-}
 
 class ServiceSandbox : public ConfigurableDaemon {
 protected:
