@@ -142,6 +142,7 @@ static bool startListening(DBusConnection *connection, const char *caller)
 
 void *dbus_listen(void *)
 {
+    pthread_setname_np(pthread_self(), "listener");
     pthread_detach(pthread_self());
     DBusConnection *connection = openBus(__func__, "dbus_conn_listen is NULL\n");
     if (!connection)

@@ -70,6 +70,7 @@ static void awaitStop()
 // the queue, and ends when stopOutbound asks for it.
 static void *driveConnection(void *argument)
 {
+    pthread_setname_np(pthread_self(), "outbound");
     auto *connection = static_cast<DBusConnection *>(argument);
     int timeout = FOREVER;
     while (!stopRequested && dbus_connection_get_is_connected(connection)) {

@@ -311,6 +311,7 @@ static void runTriggeredMacro(TriggerThrData *record)
 
 void *doSceneThread(void *record)
 {
+    pthread_setname_np(pthread_self(), "macro");
     pthread_detach(pthread_self());
     runTriggeredMacro(static_cast<TriggerThrData *>(record));
     LOG(INFO, " tid %d end\n", gettid());

@@ -104,6 +104,7 @@ static void runStep()
 // after app_quit has been set, or with the event in hand.
 static void *equeueWorker(void *)
 {
+    pthread_setname_np(pthread_self(), "events");
     while (app_quit == 0)
         runStep();
 

@@ -73,6 +73,7 @@ static SysCmd *nextCommand()
 // Started by whoever queues a command and finds it gone; ends when the list is empty.
 static void *doPushThread(void *)
 {
+    pthread_setname_np(pthread_self(), "push");
     pthread_detach(pthread_self());
     while (SysCmd *command = nextCommand()) {
         if (command->cmd) {

@@ -239,6 +239,7 @@ static void endAlarm(HomeSceneData *data)
 // are back.
 static void *doHomeSceneThread(void *argument)
 {
+    pthread_setname_np(pthread_self(), "alarm");
     auto *data = static_cast<HomeSceneData *>(argument);
     pthread_detach(pthread_self());
     const Owned<apr_pool_t> pool = createPool();

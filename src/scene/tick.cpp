@@ -47,6 +47,7 @@ void do_scene_schedule(int)
 // falls into an event waits until the event is done. It runs as long as the process.
 static void *takeTicks(void *)
 {
+    pthread_setname_np(pthread_self(), "tick");
     sigset_t alarmSignal;
     sigemptyset(&alarmSignal);
     sigaddset(&alarmSignal, SIGALRM);

@@ -3,6 +3,8 @@
 #include "support/daemon_on_its_own_bus.h"
 #include "support/push_helpers.h"
 #include "support/scale.h"
+#include "support/usage.h"
+#include "support/wall_clock.h"
 
 #include <algorithm>
 #include <csignal>
@@ -23,74 +25,29 @@ static constexpr int SCENES = 100;
 static constexpr int MACROS = 100;
 static constexpr int COMPS = 10;
 static constexpr int DEEPEST = 64;                // what a request may be nested
-static constexpr int64_t STACK_KILOBYTES = 256;   // of every thread but the first
-static constexpr size_t PERMANENT_THREADS = 4;    // tick, bus, listener, events
+static constexpr int64_t STACK = 256 * 1024;      // of every thread but the first
 static constexpr int64_t GOAL_KILOBYTES = 1'536;  // above a bare program
+static constexpr int64_t DOOR_DEVICE = 5;
+static constexpr int64_t SIREN_DEVICE = 6;
 static const std::vector<std::string> QUIET = {"OVRIN_LOG_LEVEL=7"};
 
-// Of a mapping; sizes in kilobytes.
-struct Mapping {
-    uint64_t begin = 0;
-    uint64_t end = 0;
-    bool closed = false;  // nobody may read it
-    int64_t resident = 0;
-    int64_t dirty = 0;
-
-    int64_t size() const
-    {
-        return static_cast<int64_t>((end - begin) / 1024);
-    }
-};
-
-// Those of the program. An emulator has the program's addresses, of 32 bits, below its own.
-static std::vector<Mapping> mappingsOf(pid_t process)
-{
-    static constexpr uint64_t END_OF_32_BITS = uint64_t{1} << 32;
-    std::vector<Mapping> mappings;
-    std::ifstream file("/proc/" + std::to_string(process) + "/smaps");
-    for (std::string line; std::getline(file, line);) {
-        Mapping mapping;
-        int64_t kilobytes;
-        char rights[5] = "";
-        if (sscanf(line.c_str(), "%lx-%lx %4s", &mapping.begin, &mapping.end, rights) == 3) {
-            mapping.closed = rights[0] == '-';
-            mappings.push_back(mapping);
-        } else if (sscanf(line.c_str(), "Rss: %ld kB", &kilobytes) == 1)
-            mappings.back().resident = kilobytes;
-        else if (sscanf(line.c_str(), "Private_Dirty: %ld kB", &kilobytes) == 1)
-            mappings.back().dirty = kilobytes;
-    }
-    if (emulated())
-        std::erase_if(mappings, [](const Mapping &one) { return one.end > END_OF_32_BITS; });
-    return mappings;
-}
-
+// Of the program. An emulator has the program's addresses, of 32 bits, below its own.
 static int64_t privateKilobytesOf(pid_t process)
 {
+    static constexpr uint64_t END_OF_32_BITS = uint64_t{1} << 32;
+    std::ifstream file("/proc/" + std::to_string(process) + "/smaps");
     int64_t sum = 0;
-    for (const Mapping &mapping : mappingsOf(process))
-        sum += mapping.dirty;
-    return sum;
-}
-
-// What the threads but the first have used of their stacks since their start, the most first. A
-// stack begins above a page that nobody may read. What the system has joined to the highest counts
-// as well; an emulator joins megabytes to it, and it is left out.
-static std::vector<int64_t> stacksOf(pid_t process)
-{
-    static constexpr int64_t PAGE = 4;
-    std::vector<int64_t> used;
-    Mapping below;
-    for (const Mapping &mapping : mappingsOf(process)) {
-        const bool guarded = below.closed && below.end == mapping.begin && below.size() == PAGE;
-        const bool alone = mapping.size() == STACK_KILOBYTES;
-        if (guarded && !mapping.closed &&
-            (alone || (!emulated() && mapping.size() > STACK_KILOBYTES)))
-            used.push_back(mapping.resident);
-        below = mapping;
+    bool counts = false;
+    for (std::string line; std::getline(file, line);) {
+        uint64_t end;
+        int64_t kilobytes;
+        char rights[5] = "";
+        if (sscanf(line.c_str(), "%*x-%lx %4s", &end, rights) == 2)
+            counts = !emulated() || end <= END_OF_32_BITS;
+        else if (counts && sscanf(line.c_str(), "Private_Dirty: %ld kB", &kilobytes) == 1)
+            sum += kilobytes;
     }
-    std::sort(used.rbegin(), used.rend());
-    return used;
+    return sum;
 }
 
 // Of each thread, by its number.
@@ -159,6 +116,7 @@ protected:
     std::map<std::string, std::filesystem::file_time_type> filesNow() const
     {
         std::map<std::string, std::filesystem::file_time_type> files;
+        files["."] = std::filesystem::last_write_time(daemon.data.path());
         for (const auto &entry : std::filesystem::directory_iterator(daemon.data.path()))
             files[entry.path().filename()] = entry.last_write_time();
         return files;
@@ -190,53 +148,69 @@ TEST_F(Footprint, OfAHomeIsLittleMoreThanThatOfTheLibraries)
     EXPECT_LT(full - libraries, GOAL_KILOBYTES);
 }
 
-// One use after the other, so that each that takes more is seen.
-TEST_F(Footprint, OfAThreadIsHalfOfItsStackAtMost)
+static std::string nested(int levels)
+{
+    return std::string(static_cast<size_t>(levels), '[') +
+           std::string(static_cast<size_t>(levels), ']');
+}
+
+// Whatever is read is nested as deep as may be: the stored document, requests, devices, events and
+// settings.
+TEST_F(Footprint, OfEachThreadIsHalfOfItsStackAtMost)
 {
     if (SANITIZED)
         GTEST_SKIP() << "a sanitizer's calls take more";
-    const auto note = [&](const std::string &use) {
-        const std::vector<int64_t> stacks = stacksOf(daemon.pid());
-        ASSERT_FALSE(stacks.empty());
-        figure(use, stacks[0], "kB");
-        EXPECT_LE(stacks[0], STACK_KILOBYTES / 2) << use;
-    };
-    figure("stack", STACK_KILOBYTES, "kB");
+    const StackProbe probe;
+    const std::string room = R"({"rooms":[{"title":"R","deep":)" + nested(DEEPEST - 3) + "}],";
+    const std::string alarm =
+        R"("alarm":{"enabled":1,"trigger_duration":0,"duration":1,"siren_type":4},)";
+    Device lamp = device(FIRST_DEVICE, 0, SWITCH, 255);
+    lamp.channels[0].meter = nested(DEEPEST - 5);
+    sdk.set(lamp);
+    sdk.set(device(DOOR_DEVICE, 0, DOOR, 255));
+    sdk.set(device(SIREN_DEVICE, 0, SIREN, 0));
     platform.set("TUTK_UUID", "ABCDEFGHIJKLMNOPQRST");
-    std::vector<std::string> settings = helpers.settings();
+    platform.set("setDST", "1");
+    platform.set("setsavingtime", R"({"deep":)" + nested(DEEPEST - 1) + "}");
+    std::vector<std::string> settings = probe.settings();
+    for (const std::string &setting : helpers.settings())
+        settings.push_back(setting);
     settings.emplace_back("OVRIN_LOG_LEVEL=2");  // a line takes some, too
-    startHome(settings);
-    if (!emulated()) {
-        EXPECT_GE(stacksOf(daemon.pid()).size(), PERMANENT_THREADS);
-    }
-    note("at_rest");
+    startWith(room + alarm + home().substr(1), settings);
+    gatewayReady();
 
-    sdk.forgetHeard();
-    event(REPORT, FIRST_DEVICE, 0);
-    ASSERT_TRUE(tickUntil([&] { return sdk.heard(switchCommand(FIRST_DEVICE, 0, 255)); }));
-    note("events_and_scenes");
+    eventWithPayload(REPORT, FIRST_DEVICE, 0, 0, R"({"deep":)" + nested(DEEPEST - 1) + "}");
+    const std::string command = switchCommand(FIRST_DEVICE, 0, 255);
+    ASSERT_TRUE(tickUntil([&] { return sdk.count(command) >= 2; })) << "no scene was put back";
+    event(REPORT, DOOR_DEVICE, 0);
+    ASSERT_TRUE(tickUntil([&] { return sdk.heard(switchCommand(SIREN_DEVICE, 0, 0)); }));
+    ASSERT_TRUE(tickUntil([&] { return platform.asked("setsavingtime") > 0; }));
 
-    EXPECT_EQ(callForNumber("jsonsetall", R"({"registeredDevices":[{"token":"T","platform":"ios"}],
-        "alarm":{"enabled":1,"delay":0,"duration":1}})"),
+    EXPECT_EQ(callForNumber("jsonsetall",
+                            room + R"("registeredDevices":[{"token":"T","platform":"ios"}]})"),
               1);
-    event(REPORT, FIRST_DEVICE, 0);
     EXPECT_EQ(callForText("message", "The door is open", PUSH_MESSAGES), "done");
     ASSERT_TRUE(eventually([&] { return helpers.count() > 0; }));
-    note("pushes_and_alarms");
-
     for (const char *member : {"backupConfig", "backupConfig", "restoreConfig"}) {
         const auto reply = client.call(SWITCH_APP, member, {int32_t{0}});
         ASSERT_TRUE(eventually([&] { return reply->arrived(); })) << member;
     }
-    note("backup_and_restore");
+    daemon.stop();
+    endsOrderly = false;  // it has
 
-    std::string deep = R"({"rooms":[{"title":"R","deep":)";
-    for (int i = 3; i < DEEPEST; ++i)
-        deep += "[";
-    for (int i = 3; i < DEEPEST; ++i)
-        deep += "]";
-    EXPECT_EQ(callForNumber("jsonsetall", deep + "}]}"), 1) << "it was refused";
-    note("deepest_document");
+    std::map<std::string, int64_t> most;
+    for (const StackProbe::Stack &stack : probe.stacks()) {
+        EXPECT_EQ(stack.size, STACK) << stack.thread;
+        most[stack.thread] = std::max(most[stack.thread], stack.used);
+    }
+    std::vector<std::string> threads;
+    for (const auto &[thread, used] : most) {
+        threads.push_back(thread);
+        figure("stack_" + thread, used, "bytes");
+        EXPECT_LE(used, STACK / 2) << thread;
+    }
+    EXPECT_THAT(threads, testing::ElementsAre("alarm", "events", "listener", "macro", "main",
+                                              "outbound", "push", "tick"));
 }
 
 TEST_F(Footprint, AtRestIsTheTickAlone)
@@ -276,10 +250,64 @@ TEST_F(Footprint, OnTheDiskIsTheChangedDocumentOnly)
     figure("document", document, "bytes");
     figure("by_a_change", written, "bytes");
     EXPECT_LE(written, 3 * document);
+}
 
+TEST_F(Footprint, OnTheDiskIsNothingOfEventsPushesAndAlarms)
+{
+    sdk.set(device(DOOR_DEVICE, 0, DOOR, 255));
+    sdk.set(device(SIREN_DEVICE, 0, SIREN, 0));
+    platform.set("TUTK_UUID", "ABCDEFGHIJKLMNOPQRST");
+    std::vector<std::string> settings = helpers.settings();
+    settings.insert(settings.end(), QUIET.begin(), QUIET.end());
+    startHome(settings);
+    ASSERT_EQ(callForNumber("jsonsetall", R"({"registeredDevices":[{"token":"T","platform":"ios"}],
+        "alarm":{"enabled":1,"trigger_duration":0,"duration":1,"siren_type":4}})"),
+              1);
     const auto files = filesNow();
-    sdk.forgetHeard();
+
     event(REPORT, FIRST_DEVICE, 0);
     ASSERT_TRUE(tickUntil([&] { return sdk.heard(switchCommand(FIRST_DEVICE, 0, 255)); }));
-    EXPECT_EQ(filesNow(), files) << "an event wrote something";
+    EXPECT_EQ(filesNow(), files) << "by an event and a scene";
+    EXPECT_EQ(callForText("message", "The door is open", PUSH_MESSAGES), "done");
+    ASSERT_TRUE(eventually([&] { return helpers.count() > 0; }));
+    EXPECT_EQ(filesNow(), files) << "by a push";
+    event(REPORT, DOOR_DEVICE, 0);
+    ASSERT_TRUE(tickUntil([&] { return sdk.heard(switchCommand(SIREN_DEVICE, 0, 0)); }));
+    EXPECT_EQ(filesNow(), files) << "by an alarm";
+}
+
+TEST_F(Footprint, OnTheDiskIsWhatAScheduleWillPutBack)
+{
+    static constexpr const char *RESUME = "scheduleResumeScene.json";
+    WallClock clock;
+    clock.set(2024, 7, 1, 8, 15, 1);
+    sdk.set(device(FIRST_DEVICE, 0, SWITCH, 7));
+    std::vector<std::string> settings = clock.settings();
+    settings.insert(settings.end(), QUIET.begin(), QUIET.end());
+    startWith(R"({"schedules":[{"title":"Morning","weekdays":127,"start_hour":8,
+        "start_minute":15,"end_hour":9,"end_minute":45,"enabled":1,"macro":{"title":"M",
+        "scene":{"title":"S","comps":[{"target":{"dev":20,"if":0,"ch":0},"value":255}]}}}]})",
+              settings);
+    const auto lampIs = [&](int64_t value) {
+        return tickUntil([&] { return sdk.heard(switchCommand(FIRST_DEVICE, 0, value)); });
+    };
+    auto files = filesNow();
+    const int64_t before = bytesWrittenBy(daemon.pid());
+    daemon.signal(SIGUSR1);
+    ASSERT_TRUE(lampIs(255));
+    const int64_t written = bytesWrittenBy(daemon.pid()) - before;
+    const auto document = static_cast<int64_t>(daemon.data.read(RESUME).value_or("").size());
+    figure("resume_document", document, "bytes");
+    figure("by_a_schedules_start", written, "bytes");
+    EXPECT_GT(document, 0);
+    EXPECT_LE(written, 3 * document);
+
+    const auto inForce = filesNow();
+    clock.set(2024, 7, 1, 9, 45, 1);
+    daemon.signal(SIGUSR1);
+    ASSERT_TRUE(lampIs(7));
+    EXPECT_EQ(filesNow(), inForce) << "by its end";
+    for (const char *changed : {RESUME, "."})
+        files[changed] = inForce.at(changed);
+    EXPECT_EQ(inForce, files) << "by its start something else, too";
 }

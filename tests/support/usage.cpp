@@ -113,4 +113,21 @@ int64_t HeapProbe::bytesInUse()
     return static_cast<int64_t>(report->inUse);
 }
 
+std::vector<std::string> StackProbe::settings() const
+{
+    std::vector<std::string> settings = {"APP_TEST_STACKS=" + folder.file("stacks").string()};
+    if (!emulated())  // the emulator preloads what is made for the device
+        settings.emplace_back("LD_PRELOAD=" STACK_PROBE);
+    return settings;
+}
+
+std::vector<StackProbe::Stack> StackProbe::stacks() const
+{
+    std::vector<Stack> all;
+    std::ifstream file(folder.file("stacks"));
+    for (Stack stack; file >> stack.thread >> stack.used >> stack.size;)
+        all.push_back(stack);
+    return all;
+}
+
 }  // namespace support

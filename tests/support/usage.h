@@ -41,4 +41,21 @@ private:
     SharedRecord<HeapReport> report;
 };
 
+// Has a program tell, at its orderly end, how much of its stack each thread has used. Not under a
+// sanitizer.
+class StackProbe {
+public:
+    struct Stack {
+        std::string thread;
+        int64_t used;  // bytes
+        int64_t size;
+    };
+
+    std::vector<std::string> settings() const;  // for the environment of the program
+    std::vector<Stack> stacks() const;
+
+private:
+    TempDir folder;
+};
+
 }  // namespace support
