@@ -94,10 +94,18 @@ TEST_F(OpenWrtService, RunsBothAsItsUserAgainAndAgain)
     }
 }
 
-TEST_F(OpenWrtService, StartsTheDaemon)
+// The command as it is recorded, with the test's own folder and bus, and nothing else around it. A
+// sanitizer has its settings in the environment.
+TEST_F(OpenWrtService, StartsTheDaemonWithTheEnvironmentThatItSets)
 {
     EXPECT_THAT(params["daemon"]["command"], ElementsAre("/usr/sbin/app"));
-    dataFolder();  // of the test's own in its place
+    Words environment = params["daemon"]["env"];
+    environment.at(0).replace(environment[0].find(dataFolder()), std::string::npos,
+                              daemon.data.path().string());
+    if (!SANITIZED) {
+        daemon.starter = {"/usr/bin/env", "-i", "DBUS_SYSTEM_BUS_ADDRESS=" + bus.address()};
+        daemon.starter.insert(daemon.starter.end(), environment.begin(), environment.end());
+    }
     startReady();
     EXPECT_TRUE(client.peer.nameHasOwner(APP_NAME));
     EXPECT_EQ(set(R"({"scenes":[{"title":"Evening"}]})"), 1);
