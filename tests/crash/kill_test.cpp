@@ -28,6 +28,7 @@ static constexpr int PARTS = 10;
 
 static constexpr size_t OPERATIONS = 12;                // of one life
 static constexpr int LATEST_KILLS[] = {1'500, 12'000};  // microseconds after an answer
+static const int SLOWNESS = emulated() ? 4 : 1;
 
 static int numberFromEnvironment(const char *name, int otherwise)
 {
@@ -82,8 +83,8 @@ protected:
         worker.start(folder.path(), operations);
         const auto answers = static_cast<size_t>(below(OPERATIONS + 1));
         EXPECT_TRUE(eventually([&] { return worker.answers() >= answers; }, 30s));
-        std::this_thread::sleep_for(
-            std::chrono::microseconds(below(LATEST_KILLS[below(std::size(LATEST_KILLS))])));
+        std::this_thread::sleep_for(std::chrono::microseconds(
+            below(SLOWNESS * LATEST_KILLS[below(std::size(LATEST_KILLS))])));
         worker.kill();
         if (std::filesystem::exists(folder.file("appSetup.json.new")))
             ++killedWhileSaving;

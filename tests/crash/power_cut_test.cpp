@@ -68,6 +68,11 @@ static std::string describe(const Folder &folder)
 
 class PowerCut : public testing::Test {
 protected:
+    void SetUp() override
+    {
+        if (emulated())
+            GTEST_SKIP() << NOT_RECORDED;
+    }
     // What a start makes of a folder.
     struct Start {
         std::vector<Call> calls;

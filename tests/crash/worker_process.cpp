@@ -1,5 +1,7 @@
 #include "worker_process.h"
 
+#include "support/daemon_process.h"
+
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -13,10 +15,17 @@ namespace crash {
 
 static constexpr const char *ANSWER = "done\n";
 
+static std::string workerProgram()
+{
+    if (!emulated())
+        return CRASH_WORKER;
+    return std::filesystem::path(daemonProgram()).parent_path() / "emulated_crash_worker";
+}
+
 void Worker::start(const std::filesystem::path &folder, const std::vector<Operation> &operations,
                    const std::vector<std::string> &settings)
 {
-    std::vector<std::string> command{CRASH_WORKER};
+    std::vector<std::string> command{workerProgram()};
     for (const Operation &operation : operations)
         command.push_back(operation.word());
     std::vector<std::string> all{"APP_DATA_DIR=" + folder.string(), "OVRIN_LOG_LEVEL=7",

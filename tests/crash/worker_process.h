@@ -25,7 +25,9 @@ public:
     support::ChildProcess process;
 };
 
-// The settings that put the recorder between a program and its files.
+// The settings that put the recorder between a program and its files. Not below an emulator, which
+// does not ask the C library for what the program asks of the kernel.
+inline constexpr const char *NOT_RECORDED = "an emulator's calls cannot be recorded";
 std::vector<std::string> recorderSettings(const std::vector<std::string> &more);
 
 // Programs whose parent was killed become children of this one.
