@@ -94,9 +94,8 @@ $(stacks)
 
 - Up to 16 kB of the program are a gap between what is read only and what is not, which must not share
   a page of 16 kB.
-- Private memory is what no other process shares: pages that were written to (\`Private_Dirty\`). The
-  emulator may copy the text of the program into memory, up to $((size / 1024)) kB that stay on flash on a
-  device. The bare program has joined the bus, has a memory pool and has read one JSON text.
+- Private memory is what no other process shares: pages that were written to (\`Anonymous\`). The bare
+  program has joined the bus, has a memory pool and has read one JSON text.
 - The first thread, \`main\`, has the stack that its starter gives it (\`ulimit -s\`). The memory of a
   stack is taken page by page as it is used; what is set aside are addresses. Meanwhile macros ran, an
   alarm, pushes, backups and a restore, with every line logged; the stored document, requests, the

@@ -31,7 +31,9 @@ static constexpr int64_t DOOR_DEVICE = 5;
 static constexpr int64_t SIREN_DEVICE = 6;
 static const std::vector<std::string> QUIET = {"OVRIN_LOG_LEVEL=7"};
 
-// Of the program. An emulator has the program's addresses, of 32 bits, below its own.
+// Of the program: what it has written to. (What a build has just put on the disk counts as dirty
+// where it is mapped, too, as long as it is not there.) An emulator has the program's addresses, of
+// 32 bits, below its own.
 static int64_t privateKilobytesOf(pid_t process)
 {
     static constexpr uint64_t END_OF_32_BITS = uint64_t{1} << 32;
@@ -44,7 +46,7 @@ static int64_t privateKilobytesOf(pid_t process)
         char rights[5] = "";
         if (sscanf(line.c_str(), "%*x-%lx %4s", &end, rights) == 2)
             counts = !emulated() || end <= END_OF_32_BITS;
-        else if (counts && sscanf(line.c_str(), "Private_Dirty: %ld kB", &kilobytes) == 1)
+        else if (counts && sscanf(line.c_str(), "Anonymous: %ld kB", &kilobytes) == 1)
             sum += kilobytes;
     }
     return sum;
