@@ -16,6 +16,13 @@ static constexpr useconds_t SHORTEST_LEFT = 6;
 static std::atomic<int> ticksWaiting;
 static Condition tickPassed;
 
+static bool tickIsOnItsWay()
+{
+    sigset_t pending;
+    sigpending(&pending);
+    return ticksWaiting > 0 || sigismember(&pending, SIGALRM) == 1;
+}
+
 TickPause::TickPause()
 {
     lockMutex(tick_mutex);
@@ -23,6 +30,10 @@ TickPause::TickPause()
     if (ticksWaiting > 0)
         tickPassed.wait(tick_mutex);
     left = ualarm(0, 0);
+    // A tick that was all but due comes now, and waits for the event: with the alarm armed for a
+    // whole one afterwards it would be lost, and what it had to send late by as much.
+    if (left < SHORTEST_LEFT && !tickIsOnItsWay())
+        kill(getpid(), SIGALRM);
 }
 
 TickPause::~TickPause()

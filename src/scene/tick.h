@@ -16,7 +16,8 @@ void startTickThread();
 void do_scene_schedule(int signalNumber) LOCKING(requires_capability(tick_mutex));
 
 // Stops the alarm for the length of its scope, waiting for a tick that is under way, and re-arms it
-// with what was left, or with a whole tick when that is next to nothing.
+// with what was left. When that is next to nothing, the tick comes right after the scope, and the
+// alarm is armed for a whole one.
 class LOCKING(scoped_lockable) TickPause {
 public:
     TickPause() LOCKING(acquire_capability(tick_mutex));

@@ -196,6 +196,18 @@ protected:
         sigaddset(&alarmSignal, SIGALRM);
         pthread_sigmask(SIG_BLOCK, &alarmSignal, nullptr);
     }
+    void TearDown() override
+    {
+        ualarm(0, 0);
+        comesWithin({});
+    }
+    static bool comesWithin(timespec time)
+    {
+        sigset_t alarmSignal;
+        sigemptyset(&alarmSignal);
+        sigaddset(&alarmSignal, SIGALRM);
+        return sigtimedwait(&alarmSignal, nullptr, &time) == SIGALRM;
+    }
     useconds_t leftAfterPause(useconds_t armed)
     {
         ualarm(armed, 0);
@@ -212,6 +224,20 @@ TEST_F(Alarm95, IsArmedAnewAfterAPauseWithWhatWasLeft)
     const useconds_t left = leftAfterPause(900'000);
     EXPECT_GT(left, 500'000u);
     EXPECT_LE(left, 900'000u);
+}
+
+TEST_F(Alarm95, ThatIsAllButDueIsNotPutOff)
+{
+    static constexpr useconds_t LONGEST = 100;
+    static constexpr timespec LESS_THAN_A_TICK = {0, 50'000'000};
+    for (useconds_t i = 0; i < 50 * LONGEST && !HasFailure(); ++i) {
+        ualarm(1 + i % LONGEST, 0);
+        {
+            const TickPause pause;
+        }
+        EXPECT_TRUE(comesWithin(LESS_THAN_A_TICK));
+        ualarm(0, 0);
+    }
 }
 
 TEST_F(Alarm95, IsArmedForAWholeTickWhenNothingWasLeft)
