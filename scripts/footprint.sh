@@ -104,7 +104,8 @@ $(stacks)
 - A change is written twice: as a copy ahead, which a power cut cannot tear, and then to its place.
   On top comes what a file system writes for itself.
 - The tick is every 95 ms. Threads that wait for events, answers or signals wait without a time-out.
-- What the C library keeps of freed memory is bounded, and given back after each large document.
+- What the C library keeps of freed memory is bounded, and given back after each large document
+  and once a minute.
 END_OF_DOCUMENT
 }
 

@@ -103,13 +103,7 @@ TEST_F(PackagedMinute, ReachesTheDaemonOutOfItsSandbox)
     const std::filesystem::path busFolder =
         std::filesystem::path(bus.address().substr(bus.address().find('=') + 1)).parent_path();
     std::filesystem::permissions(busFolder, std::filesystem::perms(0755));
-    daemon.starter = {"/usr/bin/setpriv",
-                      "--reuid=" + std::to_string(user->pw_uid),
-                      "--regid=" + std::to_string(user->pw_gid),
-                      "--clear-groups",
-                      "--inh-caps=+dac_override",
-                      "--ambient-caps=+dac_override",
-                      "--pdeathsig=KILL"};
+    daemon.runAs(user->pw_name);
     startWithLamp();
     std::vector<std::string> command = {
         "/usr/bin/python3",          IN_SANDBOX, MINUTE_UNIT, user->pw_name,

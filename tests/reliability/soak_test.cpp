@@ -352,7 +352,8 @@ protected:
     }
     Footprint footprint()
     {
-        return {heap.bytesInUse(), residentKilobytesOf(daemon.pid()), threadsOf(daemon.pid()),
+        return {heap.leastInUse([&] { callForText("jsongettitles", "scenes"); }),
+                residentKilobytesOf(daemon.pid()), threadsOf(daemon.pid()),
                 descriptorsOf(daemon.pid())};
     }
 

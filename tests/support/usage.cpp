@@ -1,5 +1,6 @@
 #include "support/usage.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -128,6 +129,17 @@ std::vector<StackProbe::Stack> StackProbe::stacks() const
     for (Stack stack; file >> stack.thread >> stack.used >> stack.size;)
         all.push_back(stack);
     return all;
+}
+
+int64_t HeapProbe::leastInUse(const std::function<void()> &between)
+{
+    static constexpr int LOOKS = 5;
+    int64_t least = INT64_MAX;
+    for (int look = 0; look < LOOKS; ++look) {
+        between();
+        least = std::min(least, bytesInUse());
+    }
+    return least;
 }
 
 }  // namespace support

@@ -6,6 +6,7 @@
 #include "support/shared_record.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -30,6 +31,9 @@ public:
     std::vector<std::string> settings() const;
 
     int64_t bytesInUse();
+
+    // The least of some looks, `between` before each: what lives but for a moment is not in it.
+    int64_t leastInUse(const std::function<void()> &between);
 
 private:
     // As tests/preload/heap_probe.cpp has it.
