@@ -41,14 +41,14 @@ static bool isAnnounced(Gateway &gateway, const Words &pattern, size_t from)
 static void tellUntilHeard(Gateway &gateway, SteadyClock::time_point deadline, const Done &done)
 {
     const size_t from = gateway.timeline.next();
-    const auto all = static_cast<uint16_t>(Home::ALL_DEVICES);
+    static constexpr auto ALL = static_cast<uint16_t>(Home::ALL_DEVICES);
     gateway.sdk.report({.code = EVENT_GATEWAY_READY,
-                        .gid = all,
+                        .gid = ALL,
                         .channel = 0,
                         .payload = "",
                         .hasPayload = false});
-    gateway.loop.after(READY_AGAIN, [&gateway, deadline, done, from, all] {
-        if (isAnnounced(gateway, {"signal", "recent", gateway.home.nameOf(all)}, from))
+    gateway.loop.after(READY_AGAIN, [&gateway, deadline, done, from] {
+        if (isAnnounced(gateway, {"signal", "recent", gateway.home.nameOf(ALL)}, from))
             done(true, "");
         else if (SteadyClock::now() >= deadline)
             done(false, "the daemon does not announce that the gateway is ready");
