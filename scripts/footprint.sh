@@ -86,7 +86,7 @@ Measured on $(LC_ALL=C date -u '+%-d %B %Y') by version $("$BUILD_ROOT/$TARGET/e
 | the same with 100 macros, 100 scenes of ten commands and 40 devices | $(kilobytes of_a_home) | less than 1,536 kB above |
 | stack of each thread | $((STACK / 1024)) kB | |
 $(stacks)
-| wake-ups at rest | $(figure wake_ups) in 10 s | the tick's 105 |
+| wake-ups at rest | $(figure wake_ups) in 10 s | the tick's 105 or 106, at most 10 others |
 | written for one change of a document of $(figure document) bytes | $(figure by_a_change) bytes | |
 | written for an event and its scene, a push, an alarm | nothing | nothing |
 | written when a schedule starts, for a document of $(figure resume_document) bytes | $(figure by_a_schedules_start) bytes | |

@@ -12,6 +12,7 @@
 
 static constexpr Millis PRESENCE_PATIENCE{10'000};
 static constexpr Millis READY_AGAIN{300};
+static constexpr Millis READY_PATIENCE{20'000};  // longer than the longest start
 static constexpr Millis LOAD_PATIENCE{20'000};
 static constexpr Millis CALL_PATIENCE{10'000};
 
@@ -38,7 +39,8 @@ static bool isAnnounced(Gateway &gateway, const Words &pattern, size_t from)
 }
 
 // The daemon is on the bus some time before it takes events, and drops those that come meanwhile.
-static void tellUntilHeard(Gateway &gateway, SteadyClock::time_point deadline, const Done &done)
+static void tellUntilHeard(Gateway &gateway, SteadyClock::time_point deadline, Millis pause,
+                           const Done &done)
 {
     const size_t from = gateway.timeline.next();
     static constexpr auto ALL = static_cast<uint16_t>(Home::ALL_DEVICES);
@@ -47,22 +49,22 @@ static void tellUntilHeard(Gateway &gateway, SteadyClock::time_point deadline, c
                         .channel = 0,
                         .payload = "",
                         .hasPayload = false});
-    gateway.loop.after(READY_AGAIN, [&gateway, deadline, done, from] {
+    gateway.loop.after(pause, [&gateway, deadline, pause, done, from] {
         if (isAnnounced(gateway, {"signal", "recent", gateway.home.nameOf(ALL)}, from))
             done(true, "");
         else if (SteadyClock::now() >= deadline)
-            done(false, "the daemon does not announce that the gateway is ready");
+            done(true,
+                 "the daemon has not announced it: is the SDK daemon silent, or a filter set?");
         else
-            tellUntilHeard(gateway, deadline, done);
+            tellUntilHeard(gateway, deadline, 2 * pause, done);
     });
 }
 
 static void ready(Gateway &gateway, const Words &words, const Done &done)
 {
-    const auto deadline = SteadyClock::now() + PRESENCE_PATIENCE;
-    whenPresent(gateway, deadline, done, [&gateway, words, deadline, done] {
+    whenPresent(gateway, SteadyClock::now() + PRESENCE_PATIENCE, done, [&gateway, words, done] {
         noteYou(gateway, "radio", words);
-        tellUntilHeard(gateway, deadline, done);
+        tellUntilHeard(gateway, SteadyClock::now() + READY_PATIENCE, READY_AGAIN, done);
     });
 }
 

@@ -31,7 +31,8 @@ TickPause::TickPause()
         tickPassed.wait(tick_mutex);
     left = ualarm(0, 0);
     // A tick that was all but due comes now, and waits for the event: with the alarm armed for a
-    // whole one afterwards it would be lost, and what it had to send late by as much.
+    // whole one afterwards it would be lost, and what it had to send late by as much. One that has
+    // just been taken is not seen on its way: it comes twice, which does no harm.
     if (left < SHORTEST_LEFT && !tickIsOnItsWay())
         kill(getpid(), SIGALRM);
 }

@@ -3,6 +3,7 @@
 
 #include "support/daemon_on_its_own_bus.h"
 #include "support/scale.h"
+#include "support/usage.h"
 
 #include <algorithm>
 #include <atomic>
@@ -70,18 +71,6 @@ protected:
     {
         prober.leave();
         DaemonOnItsOwnBus::TearDown();
-    }
-    int64_t residentKilobytes() const
-    {
-        std::ifstream status("/proc/" + std::to_string(daemon.pid()) + "/status");
-        std::string word;
-        while (status >> word) {
-            int64_t kilobytes;
-            if (word == "VmRSS:" && status >> kilobytes)
-                return kilobytes;
-        }
-        ADD_FAILURE() << "the daemon's memory cannot be read";
-        return 0;
     }
     // The events, never more at once than the queue holds.
     void pour(size_t events)
@@ -203,7 +192,7 @@ TEST_F(MacroStorm, GivesBackItsMemory)
         storm(property);
         sendThePlannedCommands();
         sdk.forgetHeard();
-        const int64_t kilobytes = residentKilobytes();
+        const int64_t kilobytes = privateKilobytesOf(daemon.pid());
         figure(std::string(property) + "_resident", kilobytes, "kB");
         return kilobytes;
     };

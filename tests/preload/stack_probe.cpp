@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
 #include <pthread.h>
 
@@ -107,7 +106,9 @@ __attribute__((destructor)) static void tell()
         return;
     for (size_t i = 0; i < count; ++i) {
         Stack &stack = stacks[i];
-        if (stack.used == 0 && stack.low)
+        if (!stack.low)
+            continue;  // it has not begun, or never will
+        if (stack.used == 0)
             measure(stack);
         fprintf(file, "%s %zu %zu\n", i == 0 ? "main" : stack.name, stack.used,
                 static_cast<size_t>(stack.high - stack.low) * sizeof *stack.low);

@@ -91,12 +91,13 @@ def enter_files(settings, folders, program):
         libraries.append(f"/mnt/library{number}")
     os.environ["LD_LIBRARY_PATH"] = ":".join(libraries)
     if is_on(settings, "PrivateTmp"):
-        checked(mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777"), "tmpfs")
+        for path in ("/tmp", "/var/tmp"):
+            checked(mount("tmpfs", path, "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777"), "tmpfs")
     if settings.get("ProtectProc") == ["invisible"]:
         mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC,
               "hidepid=invisible,subset=pid")
     if settings.get("ProtectSystem") == ["strict"]:
-        kept = [f"/mnt/{name}" for name in folders] + ["/tmp", "/proc"]
+        kept = [f"/mnt/{name}" for name in folders] + ["/tmp", "/var/tmp", "/proc"]
         points = [line.split()[4] for line in open("/proc/self/mountinfo", encoding="utf-8")]
         for point in points:
             if not any(point == path or point.startswith(path + "/") for path in kept):

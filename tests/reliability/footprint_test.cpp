@@ -31,27 +31,6 @@ static constexpr int64_t DOOR_DEVICE = 5;
 static constexpr int64_t SIREN_DEVICE = 6;
 static const std::vector<std::string> QUIET = {"OVRIN_LOG_LEVEL=7"};
 
-// Of the program: what it has written to. (What a build has just put on the disk counts as dirty
-// where it is mapped, too, as long as it is not there.) An emulator has the program's addresses, of
-// 32 bits, below its own.
-static int64_t privateKilobytesOf(pid_t process)
-{
-    static constexpr uint64_t END_OF_32_BITS = uint64_t{1} << 32;
-    std::ifstream file("/proc/" + std::to_string(process) + "/smaps");
-    int64_t sum = 0;
-    bool counts = false;
-    for (std::string line; std::getline(file, line);) {
-        uint64_t end;
-        int64_t kilobytes;
-        char rights[5] = "";
-        if (sscanf(line.c_str(), "%*x-%lx %4s", &end, rights) == 2)
-            counts = !emulated() || end <= END_OF_32_BITS;
-        else if (counts && sscanf(line.c_str(), "Anonymous: %ld kB", &kilobytes) == 1)
-            sum += kilobytes;
-    }
-    return sum;
-}
-
 // Of each thread, by its number.
 static std::map<std::string, int64_t> wakeUpsOf(pid_t process)
 {
@@ -291,7 +270,7 @@ TEST_F(Footprint, OnTheDiskIsWhatAScheduleWillPutBack)
         "scene":{"title":"S","comps":[{"target":{"dev":20,"if":0,"ch":0},"value":255}]}}}]})",
               settings);
     const auto lampIs = [&](int64_t value) {
-        return tickUntil([&] { return sdk.heard(switchCommand(FIRST_DEVICE, 0, value)); });
+        return eventually([&] { return sdk.heard(switchCommand(FIRST_DEVICE, 0, value)); });
     };
     auto files = filesNow();
     const int64_t before = bytesWrittenBy(daemon.pid());

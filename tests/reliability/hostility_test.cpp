@@ -287,10 +287,10 @@ protected:
         const size_t descriptors = descriptorsOf(daemon.pid());
         whileAClientReads(work);
         const int64_t before = heapAtRest();
-        const int64_t residentBefore = residentKilobytesOf(daemon.pid());
+        const int64_t residentBefore = privateKilobytesOf(daemon.pid());
         whileAClientReads(work);
         const int64_t kept = heapAtRest() - before;
-        const int64_t resident = residentKilobytesOf(daemon.pid()) - residentBefore;
+        const int64_t resident = privateKilobytesOf(daemon.pid()) - residentBefore;
         figure("heap_kept", kept, "bytes");
         figure("resident_kept", resident, "kB");
         EXPECT_EQ(descriptorsOf(daemon.pid()), descriptors);

@@ -418,10 +418,10 @@ TEST_F(TriggerStorm, TakesFewThreadsAndGivesThemAndTheMemoryBack)
     drain();
     const Storm first = storm(seconds);
     drain();
-    const int64_t before = residentKilobytesOf(daemon.pid());
+    const int64_t before = privateKilobytesOf(daemon.pid());
     const Storm second = storm(seconds);
     drain();
-    const int64_t kept = residentKilobytesOf(daemon.pid()) - before;
+    const int64_t kept = privateKilobytesOf(daemon.pid()) - before;
     figure("sent_a_second", std::min(first.sentASecond, second.sentASecond), "");
     figure("handled_a_second", std::min(first.handledASecond, second.handledASecond), "");
     figure("behind", behind, "ms");

@@ -97,11 +97,11 @@ TEST_F(PushLoad, OfAHelperThatHangsIsBounded)
                    std::string(1000, static_cast<char>('a' + i))) +
                   "\"}";
     startHome(phones);
-    const int64_t before = residentKilobytesOf(daemon.pid());
+    const int64_t before = privateKilobytesOf(daemon.pid());
     const size_t threads = threadsOf(daemon.pid());
     helpers.hold();
     shake(events);
-    const int64_t waiting = residentKilobytesOf(daemon.pid()) - before;
+    const int64_t waiting = privateKilobytesOf(daemon.pid()) - before;
     figure("waiting", waiting, "kB");
     figure("slowest_rule", slowestRule, "ms");
     EXPECT_EQ(helpers.count(), 1u);

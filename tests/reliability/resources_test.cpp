@@ -199,6 +199,12 @@ protected:
             if (!getpwnam(USER) || prctl(PR_CAPBSET_READ, CAP_SYS_PTRACE, 0, 0, 0) != 1)
                 GTEST_SKIP() << "this root may not look at another user's program";
             daemon.runAs(USER);
+            std::vector<std::string> command = daemon.starter;
+            command.emplace_back("/bin/true");
+            ChildProcess attempt;
+            attempt.start(command, {});
+            if (attempt.waitForEnd(20s) != 0)
+                GTEST_SKIP() << "this root may not become another user";
         }
         ResourcesRunOut::SetUp();
     }

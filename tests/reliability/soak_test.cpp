@@ -353,7 +353,7 @@ protected:
     Footprint footprint()
     {
         return {heap.leastInUse([&] { callForText("jsongettitles", "scenes"); }),
-                residentKilobytesOf(daemon.pid()), threadsOf(daemon.pid()),
+                privateKilobytesOf(daemon.pid()), threadsOf(daemon.pid()),
                 descriptorsOf(daemon.pid())};
     }
 

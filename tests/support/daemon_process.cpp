@@ -39,9 +39,9 @@ std::string DaemonProcess::storedSetup() const
     return storedLayout(text) == bytes ? text : "";
 }
 
-void DaemonProcess::runAs(const char *account)
+void DaemonProcess::runAs(const std::string &account)
 {
-    const passwd *user = getpwnam(account);
+    const passwd *user = getpwnam(account.c_str());
     ASSERT_TRUE(user) << "no user " << account;
     starter = {"/usr/bin/setpriv",
                "--reuid=" + std::to_string(user->pw_uid),

@@ -26,7 +26,7 @@ public:
     // with its options; it has to become the daemon in place, as the same process.
     std::vector<std::string> starter;
     // Only root can: it is started as that user, who may go to files where only root goes.
-    void runAs(const char *account);
+    void runAs(const std::string &account);
     void start(const std::string &busAddress, const std::vector<std::string> &settings = {});
 
     // Ends it the orderly way. Fails the test when it had ended before, does not end now, ends with

@@ -39,16 +39,23 @@ size_t descriptorsOf(pid_t process)
     return entriesOf(folderOf(process) + "/fd");
 }
 
-int64_t residentKilobytesOf(pid_t process)
+int64_t privateKilobytesOf(pid_t process)
 {
-    std::ifstream rollup(folderOf(process) + "/smaps_rollup");
-    for (std::string word; rollup >> word;) {
+    static constexpr uint64_t END_OF_32_BITS = uint64_t{1} << 32;
+    std::ifstream file(folderOf(process) + "/smaps");
+    int64_t sum = 0;
+    bool counts = false;
+    for (std::string line; std::getline(file, line);) {
+        uint64_t end;
         int64_t kilobytes;
-        if (word == "Rss:" && rollup >> kilobytes)
-            return kilobytes;
+        char rights[5] = "";
+        if (sscanf(line.c_str(), "%*x-%lx %4s", &end, rights) == 2)
+            counts = !emulated() || end <= END_OF_32_BITS;
+        else if (counts && sscanf(line.c_str(), "Anonymous: %ld kB", &kilobytes) == 1)
+            sum += kilobytes;
     }
-    ADD_FAILURE() << "the memory of " << process << " cannot be read";
-    return 0;
+    EXPECT_GT(sum, 0) << "the memory of " << process << " cannot be read";
+    return sum;
 }
 
 static bool isZombie(const std::string &child)

@@ -15,7 +15,12 @@ namespace support {
 
 size_t threadsOf(pid_t process);
 size_t descriptorsOf(pid_t process);
-int64_t residentKilobytesOf(pid_t process);
+
+// The memory that it has written to; what its files take is shared, and comes and goes. (What a
+// build has just put on the disk counts as dirty where it is mapped, too, as long as it is not
+// there.) An emulator has the program's addresses, of 32 bits, below its own.
+int64_t privateKilobytesOf(pid_t process);
+
 size_t zombiesOf(pid_t process);  // children that have ended and that it has not waited for
 
 // The bus library keeps a few messages for the next ones, each as large as the largest it has held:
