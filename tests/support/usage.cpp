@@ -46,12 +46,12 @@ int64_t privateKilobytesOf(pid_t process)
     int64_t sum = 0;
     bool counts = false;
     for (std::string line; std::getline(file, line);) {
-        uint64_t end;
-        int64_t kilobytes;
+        unsigned long long end;
+        long long kilobytes;
         char rights[5] = "";
-        if (sscanf(line.c_str(), "%*x-%lx %4s", &end, rights) == 2)
+        if (sscanf(line.c_str(), "%*x-%llx %4s", &end, rights) == 2)
             counts = !emulated() || end <= END_OF_32_BITS;
-        else if (counts && sscanf(line.c_str(), "Anonymous: %ld kB", &kilobytes) == 1)
+        else if (counts && sscanf(line.c_str(), "Anonymous: %lld kB", &kilobytes) == 1)
             sum += kilobytes;
     }
     EXPECT_GT(sum, 0) << "the memory of " << process << " cannot be read";
