@@ -281,16 +281,28 @@ TEST(Serialized, NothingIsNothing)
                                                 {6, "macroEventLogToJson", "log  is NULL\n"}}));
 }
 
-// What a client that asks from that number gets, as the records' numbers.
-static std::vector<uint32_t> numbersFrom(apr_pool_t *pool, uint32_t sequence)
+// The records' numbers, in the document's order.
+static std::vector<uint32_t> numbersIn(const char *journal, const char *list)
 {
-    const Value document(eventLogsToStrBySeq(&eventLogListHead, sequence, pool));
-    const json_t *events = json_object_get(document, "eventLog");
+    const Value document(journal);
+    const json_t *events = json_object_get(document, list);
     std::vector<uint32_t> result;
     for (size_t i = 0; i < json_array_size(events); ++i)
         result.push_back(static_cast<uint32_t>(
             json_integer_value(json_object_get(json_array_get(events, i), "sequence"))));
     return result;
+}
+
+// What a client that asks from that number gets.
+static std::vector<uint32_t> numbersFrom(apr_pool_t *pool, uint32_t sequence)
+{
+    return numbersIn(eventLogsToStrBySeq(&eventLogListHead, sequence, pool), "eventLog");
+}
+
+static void expectNoGap(const std::vector<uint32_t> &numbers)
+{
+    for (size_t i = 1; i < numbers.size(); ++i)
+        EXPECT_EQ(numbers[i], numbers[i - 1] + 1);
 }
 
 TEST_F(Journal, CountsOnFromZeroWhenTheNumbersHaveRunOut)
@@ -311,17 +323,18 @@ TEST_F(Journal, KeepsItsCapacityAndOrderAcrossTheWrap)
         add(5001);
     const std::vector<uint32_t> numbers = numbersFrom(pool, 0);
     ASSERT_EQ(numbers.size(), 200u);
-    for (size_t i = 1; i < numbers.size(); ++i)
-        EXPECT_EQ(numbers[i], numbers[i - 1] + 1);
+    expectNoGap(numbers);
     EXPECT_EQ(numbers.back(), 300 - BEFORE - 1);
 }
 
-// Each read sees the journal at one moment: numbers without a gap up to the newest.
+// Each read sees a journal at one moment: numbers without a gap up to the newest.
 TEST_F(Journal, IsReadWholeBesideWrites)
 {
     static constexpr int READERS = 3;
+    static constexpr int DOCUMENTS = 3;  // each is a read
     static constexpr uint32_t NEWEST = 5;
-    const int reads = support::inFull(1'000'000, 5'000) / READERS;
+    const int rounds = support::inFull(1'000'000, 5'000) / READERS / DOCUMENTS + 1;
+    recentLogNum = NEWEST;
     std::atomic<uint32_t> newest = 0;
     std::atomic<bool> over = false;
     std::thread writer([&] {
@@ -335,14 +348,18 @@ TEST_F(Journal, IsReadWholeBesideWrites)
     const auto read = [&] {
         apr_pool_t *own = nullptr;
         apr_pool_create(&own, nullptr);
-        for (int i = 0; i < reads; ++i) {
+        for (int i = 0; i < rounds; ++i) {
             const uint32_t from = std::max(newest.load(), NEWEST) - NEWEST;
             const std::vector<uint32_t> numbers = numbersFrom(own, from);
             ASSERT_FALSE(numbers.empty() && from > 0);
-            for (size_t j = 1; j < numbers.size(); ++j)
-                ASSERT_EQ(numbers[j], numbers[j - 1] + 1);
-            EXPECT_NE(macroEventLogsToStrBySeq(&macroEventLogListHead, from, own), nullptr);
-            EXPECT_NE(genRecentEvent(own), nullptr);
+            expectNoGap(numbers);
+            const std::vector<uint32_t> macros = numbersIn(
+                macroEventLogsToStrBySeq(&macroEventLogListHead, from, own), "macroEventLog");
+            ASSERT_FALSE(macros.empty() && from > 0);
+            expectNoGap(macros);
+            const std::vector<uint32_t> recent = numbersIn(genRecentEvent(own), "eventLog");
+            ASSERT_FALSE(recent.size() < NEWEST && from > 0);
+            expectNoGap({recent.rbegin(), recent.rend()});  // the newest comes first
             apr_pool_clear(own);
             forgetLog();
         }
@@ -355,6 +372,7 @@ TEST_F(Journal, IsReadWholeBesideWrites)
         reader.join();
     over = true;
     writer.join();
+    recentLogNum = 1;
     EXPECT_GT(newest, 0u);
     support::figure("written_meanwhile", newest, "");
 }
