@@ -268,6 +268,7 @@ static bool leaveToOthers(TriggerThrData *record, const MacroRun &run)
 static bool retireAsLast(TriggerThrData *record, const MacroRun &run)
 {
     const MutexLock lock(doSceneThrList_mutex);
+    forgetFailedThreads(run.title);
     freeTriggerThrData(record);
     return searchMacroInTriggerThrList(&doSceneThrListHead, run.title) == nullptr;
 }

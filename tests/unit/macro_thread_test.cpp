@@ -195,3 +195,21 @@ TEST_F(ThreadlessMacro, DoesNotKeepTheLastThreadFromTheRestore)
     const MutexLock lock(resumeSceneList_mutex);
     EXPECT_TRUE(listEmpty(&resumeSceneListHead));
 }
+
+TEST_F(ThreadlessMacro, DoesNotKeepAThreadFromTheRestoreThatHasFoundItselfTheLast)
+{
+    setUpMacro(0);
+    searchMacro(&macros, "M")->duration = 1;
+    fire();
+    ASSERT_TRUE(eventually([] { return linesWith("do sleep(control duration)") == 1; }));
+    {
+        const MutexLock lock(resumeSceneList_mutex);  // as another macro that asks for its devices
+        ASSERT_TRUE(eventually([] { return linesWith("after control sleep") == 1; }));
+        for (int i = 0; i < 1000; ++i)  // longer than it takes from there to the lock
+            fireInVain();
+    }
+    ASSERT_TRUE(eventuallyEnded(1));
+    EXPECT_EQ(listedRecords(), 0);
+    const MutexLock lock(resumeSceneList_mutex);
+    EXPECT_TRUE(listEmpty(&resumeSceneListHead));
+}
