@@ -31,7 +31,8 @@ static bool isReadable(const char *path)
     return stat(path, &status) == 0 && S_ISREG(status.st_mode) && access(path, R_OK) == 0;
 }
 
-// Both generations move on, or neither does. Deliberate: how the copies went is not counted.
+// Both generations move on, or neither does: the first is not written over before it is the second.
+// Deliberate: how the copies went is not counted.
 static int backUp(const char *document)
 {
     const BackupPath first(document, FIRST_BACKUP);
@@ -39,15 +40,12 @@ static int backUp(const char *document)
     finishInterruptedWrite(document);
     const bool hasFirst = isReadable(first.text);
     const bool hasDocument = isReadable(document);
-    if ((!hasFirst || stageCopy(first.text, second.text)) &&
-        (!hasDocument || stageCopy(document, first.text))) {
-        if (hasFirst)
-            commitCopy(second.text);
-        if (hasDocument)
-            commitCopy(first.text);
-    } else {
-        dropCopy(second.text);
-    }
+    const bool staged = (!hasFirst || stageCopy(first.text, second.text)) &&
+                        (!hasDocument || stageCopy(document, first.text));
+    if (staged && (!hasFirst || commitCopy(second.text)) && hasDocument)
+        commitCopy(first.text);
+    dropCopy(second.text);
+    dropCopy(first.text);
     return static_cast<int>(hasFirst) + static_cast<int>(hasDocument);
 }
 

@@ -126,9 +126,9 @@ bool stageCopy(const char *source, const char *path)
     return false;
 }
 
-void commitCopy(const char *path)
+bool commitCopy(const char *path)
 {
-    putInPlace(SidePath(path, COPY).text, path);
+    return putInPlace(SidePath(path, COPY).text, path);
 }
 
 void dropCopy(const char *path)

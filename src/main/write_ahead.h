@@ -22,9 +22,9 @@ int storeDocument(const char *path, const char *text, size_t size);
 int copyFile(const char *source, const char *destination);
 
 // The two steps of putting a copy of another file in a document's place. False, which is logged,
-// when the copy cannot be made whole; the document is then as it was.
+// when the copy cannot be made whole or put there; the document is then as it was.
 bool stageCopy(const char *source, const char *path);
-void commitCopy(const char *path);
+bool commitCopy(const char *path);
 void dropCopy(const char *path);
 
 // Removes the document and what is unfinished of it.
