@@ -145,7 +145,7 @@ static void deliver(apr_pool_t *pool, const RegDevice &device, const char *messa
                     const char *uuid)
 {
     const char *text = device.gateway_name[0]
-                           ? apr_pstrcat(pool, device.gateway_name, " => ", message, nullptr)
+                           ? apr_psprintf(pool, "%s => %s", device.gateway_name, message)
                            : message;
     if (!text)
         return;

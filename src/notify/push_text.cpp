@@ -146,12 +146,15 @@ char *getFullPushMsg(apr_pool_t *pool, const TargetId &target, const GetDev_chan
     const char *room = getRoomPushMsg(pool, language, &roomsListHead, target);
     const char *line =
         language == JAPANESE ? japaneseLine(pool, trigger, room) : englishLine(pool, trigger, room);
-    return apr_pstrcat(pool, line, action ? " => " : "", action ? action : "", nullptr);
+    if (!line)
+        return nullptr;
+    // Not by apr_pstrcat, which takes it that there is memory.
+    return apr_psprintf(pool, "%s%s%s", line, action ? " => " : "", action ? action : "");
 }
 
 char *getTamperLowbattPushMsg(apr_pool_t *pool, Integer eventCode)
 {
     const bool tamper = (eventCode & 0xFFFF) == EVENT_TAMPER;
-    return apr_pstrcat(pool, "alarm ON", " ", "alarm ON", " ", "tamper was triggered",
-                       tamper ? " => alarm ON" : "", nullptr);
+    return apr_psprintf(pool, "alarm ON alarm ON tamper was triggered%s",
+                        tamper ? " => alarm ON" : "");
 }
