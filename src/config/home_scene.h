@@ -13,6 +13,7 @@ struct HomeSceneData {
     AlarmPhase phase;
     Integer dev;  // the reporting device and channel: the target of the push text (dev, if 0, ch)
     Integer ch;
+    bool withoutRecord;       // of what the sirens showed before, for want of memory
     GetDev_channel *channel;  // owned copies of the device and channel that triggered
     GetDev_dev *device;
     ListNode node;

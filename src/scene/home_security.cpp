@@ -111,12 +111,13 @@ static void fillPresentValues(const GetDev *reported, Scene &scene)
     }
 }
 
-void prepareHomeSceneResumeData(apr_pool_t *pool, const Scene *scene)
+bool prepareHomeSceneResumeData(apr_pool_t *pool, const Scene *scene)
 {
     HomeSceneResume *resume = callocHomeSceneResume();
     if (!resume)
-        return;
+        return false;
     resume->scene = copyScene(scene);
+    const bool isUsable = resume->scene != nullptr;
     if (resume->scene && resume->scene->buildinSiren)
         resume->scene->buildinSiren->siren_type = 0;  // putting back never sounds the siren
     GetDev *reported = nullptr;
@@ -135,6 +136,7 @@ void prepareHomeSceneResumeData(apr_pool_t *pool, const Scene *scene)
     }
     if (reported)
         freeGetDevice(reported);
+    return isUsable;
 }
 
 static void runResume(apr_pool_t *pool, HomeSceneResume *resume)
@@ -214,6 +216,17 @@ static void soundForItsTime(const HomeSceneData *data)
     doNanoSleep(static_cast<long>(std::clamp<Integer>(seconds, 0, LONGEST_WAIT)), 0);
 }
 
+// Without a record of what they showed they are switched off: they must not sound for good.
+static void silenceTheSirens(apr_pool_t *pool)
+{
+    const MutexLock lock(defaulSceneList_mutex);
+    if (!HomeScene)
+        return;
+    setSirenType(HomeScene, 0, 0);
+    setBuildinSirenType(*HomeScene, 0);
+    doScene(pool, HomeScene);
+}
+
 // Until the planned commands have gone out and the radio has had its time: the next alarm, which
 // keeps what the sirens show, would otherwise keep that they sound. Not longer than sirens need: a
 // scene with a long wait in it may be planned as well, and no alarm starts meanwhile.
@@ -246,8 +259,10 @@ static void *doHomeSceneThread(void *argument)
     if (sound(pool.get(), data)) {
         report(pool.get(), data);
         soundForItsTime(data);
+        if (data->withoutRecord)
+            silenceTheSirens(pool.get());
     }
-    if (runFirstResume(pool.get()))
+    if (runFirstResume(pool.get()) || data->withoutRecord)
         waitForTheSirens();
     endAlarm(data);
     return nullptr;
@@ -290,12 +305,14 @@ static Scene *sceneOfThisAlarm()
     return HomeScene;
 }
 
-static void setUpHomeScene(apr_pool_t *pool, Integer sirenType)
+static void setUpHomeScene(apr_pool_t *pool, HomeSceneData *data)
 {
+    const Integer sirenType = data->alarmSetting.siren_type;
     Scene *scene = sceneOfThisAlarm();
     if (!scene)
         return;
-    prepareHomeSceneResumeData(pool, scene);  // first: what cannot be asked for is restored to 0
+    // First: what cannot be asked for is restored to 0.
+    data->withoutRecord = !prepareHomeSceneResumeData(pool, scene);
     setSirenType(scene, 0, sirenType);
     setBuildinSirenType(*scene, sirenType);
 }
@@ -342,7 +359,7 @@ void homeSceneDetach(apr_pool_t *pool, Integer gid, Integer channelID, const Get
         freehomeSceneData(data);
         return;
     }
-    setUpHomeScene(pool, data->alarmSetting.siren_type);
+    setUpHomeScene(pool, data);
     pthread_t thread;
     if (createThread(&thread, doHomeSceneThread, data) != 0) {
         LOG(ERROR, "pthread_create fail\n");

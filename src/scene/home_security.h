@@ -31,9 +31,9 @@ Scene *addAllSirenToHomeScene();
 // Sets every comp of the scene to the siren type. The second argument is not used.
 void setSirenType(Scene *scene, Integer unused, Integer sirenType);
 
-// Appends a record that restores what the scene's devices show now to the home-scene resume list.
-// Asks the SDK daemon; locks homeSceneResumeList_mutex.
-void prepareHomeSceneResumeData(apr_pool_t *pool, const Scene *scene);
+// Appends a record that restores what the scene's devices show now to the home-scene resume list;
+// false when there was no memory for it. Asks the SDK daemon; locks homeSceneResumeList_mutex.
+bool prepareHomeSceneResumeData(apr_pool_t *pool, const Scene *scene);
 
 // Puts back what the last alarm changed before the configuration that it belongs to goes. Locks
 // what it needs.

@@ -319,6 +319,26 @@ protected:
     {
         setHomeSceneEnable(pool.get(), 0);
     }
+    // Begins an alarm in which one allocation has failed: one that lacks what is looked for.
+    template <typename Predicate> void beginWhenMemoryRunsOut(Predicate lacks)
+    {
+        const auto hasBegun = [&] {
+            const MutexLock lock(defaulSceneList_mutex);
+            const HomeSceneData *alarm = FIRST_ELEMENT(HomeSceneData, node, &defaulSceneListHead);
+            return alarm && lacks(*alarm);
+        };
+        for (int n = 1; n <= 60 && !hasBegun(); ++n) {
+            disarm();
+            ASSERT_TRUE(eventually([] { return runningAlarms() == 0; }));
+            hearEverything();
+            sdk.forgetHeard();
+            arm(0);
+            failAllocation(n);
+            openDoor();
+            failAllocation(0);
+        }
+        ASSERT_TRUE(hasBegun());
+    }
     size_t macroEvents()
     {
         return sdk.events("MacroEvent").size();
@@ -482,26 +502,27 @@ TEST_F(AnAlarm, ThatRunsOutOfMemoryLeavesNothingBehind)
 
 TEST_F(AnAlarm, SoundsWithoutTheCopiesThatFoundNoMemory)
 {
-    const auto lacksChannel = [] {
-        const MutexLock lock(defaulSceneList_mutex);
-        const HomeSceneData *data = FIRST_ELEMENT(HomeSceneData, node, &defaulSceneListHead);
-        return data && !data->channel;
-    };
-    for (int n = 1; n <= 60 && !lacksChannel(); ++n) {
-        disarm();
-        ASSERT_TRUE(eventually([] { return runningAlarms() == 0; }));
-        hearEverything();
-        sdk.forgetHeard();
-        arm(0);
-        failAllocation(n);
-        openDoor();
-        failAllocation(0);
-    }
-    ASSERT_TRUE(lacksChannel());
+    beginWhenMemoryRunsOut([](const HomeSceneData &alarm) { return !alarm.channel; });
     ASSERT_TRUE(eventually([] { return runningAlarms() == 0; }));
     hearEverything();
     EXPECT_EQ(macroEvents(), 1u);
     EXPECT_EQ(sdk.count(support::sysSound(6)), 1u);
+}
+
+TEST_F(AnAlarm, EndsWithSilenceWithoutARecordOfWhatTheSirensShowed)
+{
+    for (const size_t records : {0u, 1u}) {  // without a record, and with one that holds no scene
+        beginWhenMemoryRunsOut([=](const HomeSceneData &alarm) {
+            return alarm.withoutRecord && resumeRecords() == records;
+        });
+        resetRunner();
+        ASSERT_TRUE(eventually([] { return runningAlarms() == 0; }));
+        hearEverything();
+        EXPECT_THAT(plannedValues(), ElementsAre(6, 6, 0, 0));
+        EXPECT_EQ(sdk.count(support::sysSound(6)), 1u);
+        EXPECT_EQ(sdk.count(support::sysSound(0)), 1u);
+        EXPECT_EQ(resumeRecords(), 0u);
+    }
 }
 
 TEST_F(AnAlarm, IsAnnouncedWithoutAHomeScene)
