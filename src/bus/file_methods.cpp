@@ -8,6 +8,7 @@
 #include "main/config_file.h"
 #include "main/locks.h"
 #include "main/log.h"
+#include "main/secrets.h"
 #include "main/stored_file.h"
 #include "main/write_ahead.h"
 
@@ -123,7 +124,8 @@ HandlerResult app_dbus_sendDat(DBusConnection *connection, DBusMessage *message,
     const char *text;
     if (!readText(message, &text))
         return NOT_HANDLED;
-    LOG(INFO, "send.dat request: %s\n", text);
+    const Owned<char> shown(withoutSecrets(text));
+    LOG(INFO, "send.dat request: %s\n", shown ? shown.get() : "");
     {
         const MutexLock lock(app_config_mutex);
         storeDocument(appSetupPath(), text, strlen(text) + 1);

@@ -40,7 +40,7 @@ int readFields(json_t *object, Record &record,
     for (const auto &field : fields) {
         json_t *value = (field.use & READ) ? json_object_get(object, field.key) : nullptr;
         if (field.text && json_is_string(value)) {
-            stored |= JsonStrCopy(record.*field.text, json_string_value(value));
+            stored |= JsonStrCopy(record.*field.text, json_string_value(value), field.key);
         } else if (field.integer && json_is_integer(value)) {
             record.*field.integer = json_integer_value(value);
             stored = 1;

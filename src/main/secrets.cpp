@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cstring>
-#include <string_view>
 
 static constexpr std::string_view SECRETS[] = {"password", "camera_password", "token"};
 static constexpr const char *SPACE = " \t\r\n";
@@ -41,7 +40,7 @@ static bool says(std::string_view written, std::string_view plain)
     return written.empty();
 }
 
-static bool isSecret(std::string_view key)
+bool isSecret(std::string_view key)
 {
     for (const std::string_view secret : SECRETS) {
         if (says(key, secret))

@@ -3,6 +3,7 @@
 #include "main/json_memory.h"
 #include "main/locks.h"
 #include "main/log.h"
+#include "main/secrets.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -50,7 +51,7 @@ void doNanoSleep(long seconds, long nanoseconds)
     }
 }
 
-int JsonStrCopy(char *destination, const char *source)
+int JsonStrCopy(char *destination, const char *source, const char *member)
 {
     if (!destination || !source) {
         LOG(ERROR, "NULL error, dst: 0x%x, src: 0x%x\n", logAddress(destination),
@@ -59,7 +60,7 @@ int JsonStrCopy(char *destination, const char *source)
     }
     // Deliberate: at most 126 characters, one less than the field could hold.
     if (strlen(source) >= TEXT_SIZE - 1) {
-        LOG(ERROR, "src str too long: %s\n", source);
+        LOG(ERROR, "src str too long: %s\n", member && isSecret(member) ? "***" : source);
         return 0;
     }
     strcpy(destination, source);

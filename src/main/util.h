@@ -27,8 +27,9 @@ const char *errorText(int error);
 void doNanoSleep(long seconds, long nanoseconds);
 
 // Copies a text into a 128-byte field; 1 when it was copied. A text of 127 characters or more is
-// refused and leaves the field as it was.
-int JsonStrCopy(char *destination, const char *source);
+// refused and leaves the field as it was; the log shows it unless the member, which may be null,
+// holds a secret.
+int JsonStrCopy(char *destination, const char *source, const char *member = nullptr);
 
 // Copies a device's name up to its parenthesis, without the character before it: "Lamp (2)" gives
 // "Lamp", "Lamp(2)" gives "Lam". Cut to the field. Returns the destination. The source

@@ -32,7 +32,7 @@ protected:
     const std::string configuration =
         R"({"cameras":[{"uid":"C","password":"s3cr3t1"}],)"
         R"("rooms":[{"title":"R","camera_password":"s3cr3t2",)"
-        R"("extra_cameras":[{"name":"E","camera_password":"s3cr3t3"}]}],)"
+        R"("extra_camera":[{"camera":"E","camera_password":"s3cr3t3"}]}],)"
         R"("registeredDevices":[{"token":"s3cr3t4 \"x","platform":"ios","password":"s3cr3t5"},)"
         R"({"token":"s3cr3t6)" +
         std::string(2000, 'x') + R"(","platform":"android"}]})";
@@ -58,6 +58,19 @@ TEST_F(SecretsInTheLog, AreNotShownAboveDebugLevel)
     EXPECT_NE(shown.find(R"("uid":"C","password":"*******"}],)"), std::string::npos);
     const size_t found = shown.find(SECRET);
     EXPECT_EQ(found, std::string::npos) << shown.substr(shown.rfind('\n', found) + 1, 300);
+}
+
+TEST_F(SecretsInTheLog, AreNotShownWhenTheyAreTooLong)
+{
+    startWith("{}");
+    gatewayReady();
+    const std::string secret = SECRET + std::string(200, 'x');
+    set(R"({"cameras":[{"uid":"C","password":")" + secret + R"("}],"rooms":[{"title":"R",)" +
+        R"("camera_password":")" + secret + R"(","extra_camera":[{"camera":"E",)" +
+        R"("camera_password":")" + secret + R"("}]}],)" +
+        R"("registeredDevices":[{"token":"T","password":")" + secret + R"("}]})");
+    EXPECT_GE(daemon.timesLogged("src str too long: ***\n"), 4u);
+    EXPECT_EQ(shownLog().find(SECRET), std::string::npos);
 }
 
 struct RefusedCase {
