@@ -245,10 +245,10 @@ TEST_F(CrashDrill, WhileTheSirensSoundLeavesThemToTheirOwnTimeAndStaysArmed)
         sdk.setBasicValue(30, 0, SOUND);
         crashAndStart();
         EXPECT_EQ(configuration()["alarm"]["enabled"].integer(), 1);
-        EXPECT_THAT(sdk.commandTexts(), IsEmpty());
+        EXPECT_THAT(commands(), IsEmpty());
         setHomeScene(0);
         setHomeScene(1);
-        EXPECT_THAT(sdk.commandTexts(), IsEmpty()) << "there is no record of what to put back";
+        EXPECT_THAT(commands(), IsEmpty()) << "there is no record of what to put back";
     }
     // The next alarm silences the gateway's own siren; the others show that they sound.
     ASSERT_EQ(set(R"({"alarm":{"duration":0}})"), 1);

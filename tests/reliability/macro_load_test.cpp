@@ -270,7 +270,7 @@ private:
     }
     void pourWithPauses(MacroModel &model, const std::vector<Milliseconds> &pauses)
     {
-        const int triggers = inFull(250, 150) / (static_cast<int>(pauses.size()) + 1);
+        const int triggers = inFull(252, 150) / (static_cast<int>(pauses.size()) + 1);
         pour(model, triggers);
         for (const Milliseconds pause : pauses) {
             std::this_thread::sleep_until(lastTrigger + pause);
@@ -434,7 +434,11 @@ TEST_F(TriggerStorm, TakesFewThreadsAndGivesThemAndTheMemoryBack)
         EXPECT_LT(one.mostThreads, one.allowedThreads());
         if (SPEED_COUNTS && inFull()) {
             EXPECT_GE(one.sentASecond, 195);
+            EXPECT_GE(one.handledASecond, 195);
         }
+    }
+    if (SPEED_COUNTS && inFull()) {
+        EXPECT_EQ(dropped, 0u);
     }
     if (SPEED_COUNTS) {
         EXPECT_LE(untilRest, inFull(2000, 5000));

@@ -216,7 +216,10 @@ TEST_F(PackagedUnits, LeaveTheServiceNoCapabilityAndTheFilesOfTheMachineOnlyToRe
     }
     EXPECT_GT(capabilities, 20u);
     EXPECT_EQ(others, 5u);
-    EXPECT_THAT(fileText(UNIT), testing::Not(testing::HasSubstr("ReadWritePaths")));
+    const std::string unit = fileText(UNIT);
+    EXPECT_THAT(unit, testing::Not(HasSubstr("ReadWritePaths")));
+    EXPECT_THAT(unit, HasSubstr("\nStateDirectoryMode=0700\n"));
+    EXPECT_THAT(unit, HasSubstr("\nUMask=0077\n"));
 }
 
 // Of a key that it does not know systemd says so, and goes on without.
