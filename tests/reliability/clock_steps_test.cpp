@@ -187,7 +187,9 @@ TEST_F(ClockSteps, WhenIdleLeaveTheTicksAlone)
         EXPECT_EQ(sdk.commands().size(), 2u) << "nothing else";
         // A minute is sixty ticks of a second, whatever the clock says.
         const auto minutes = [&] { return sdk.asked("getZWID", 0); };
+        const size_t begun = daemon.logSize();
         ASSERT_TRUE(tickUntil([&] { return minutes() == 1; }));
+        ASSERT_TRUE(daemon.eventuallyLogged("resettime1440", begun));  // the minute is over
         const size_t from = daemon.logSize();
         for (int i = 0; i < 100; ++i)
             daemon.signal(SIGALRM);
