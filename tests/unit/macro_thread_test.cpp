@@ -205,7 +205,7 @@ TEST_F(ThreadlessMacro, DoesNotKeepAThreadFromTheRestoreThatHasFoundItselfTheLas
     {
         const MutexLock lock(resumeSceneList_mutex);  // as another macro that asks for its devices
         ASSERT_TRUE(eventually([] { return linesWith("after control sleep") == 1; }));
-        for (int i = 0; i < 1000; ++i)  // longer than it takes from there to the lock
+        for (int i = 0; i < 300; ++i)  // longer than it takes from there to the lock
             fireInVain();
     }
     ASSERT_TRUE(eventuallyEnded(1));
